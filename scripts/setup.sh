@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the library and the vosys tool, and runs
+# vosys on the bundled sample data.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/deps.sh
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DVOSYS_BUILD_TESTS=OFF
+cmake --build build -j"$(nproc)"
+
+echo
+echo "== vosys format -f samples/messages.tsv"
+build/vosys format -f samples/messages.tsv
+echo
+echo "== vosys format '%5.2f and \$1' 3.14159 x"
+build/vosys format '%5.2f and $1' 3.14159 x
+echo
+echo "== vosys error -1015"
+build/vosys error -1015

@@ -1,0 +1,281 @@
+// The last-error record: code, message text with its module lines, details.
+
+#include "vosystem/errors.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "vosystem/textres.h"
+#include "vosystem/vostring.h"
+
+namespace {
+
+const int kWordMax = 128;     // working buffer of a module name or revision
+const int kLastNameMax = 32;  // the stored last module name: 31 characters
+const unsigned short kLF = 0x0A;
+const unsigned short kCR = 0x0D;
+
+// Plain values, constant-initialised and never destroyed: exit handlers that
+// run after the strings below are gone can still disable recording or ask for
+// the code.
+int g_code = 0;
+char g_lastName[kLastNameMax] = "";
+int g_lastLine = -1;
+int g_repeat = 0;
+// The text ends with the module line of g_lastName/g_lastLine. A "Count" only
+// closes a line that is in the text: once a new code has replaced the text,
+// the remembered line is no longer there.
+bool g_lineOpen = false;
+unsigned short* g_details = nullptr;
+unsigned g_disabled = 0;
+bool g_stringsGone = false;
+
+struct STRINGS {
+  VOSTRING text;     // the last-error text
+  VOSTRING scratch;  // what GetErrString() gives while recording is disabled
+  VOSTRING result;   // what GetErrStrUC and GetErrStrLine1UC point into
+  ~STRINGS() {
+    g_stringsGone = true;
+    free(g_details);
+    g_details = nullptr;
+  }
+};
+
+// Keeps recording off inside the record's own work: a failure while the text
+// is fetched or edited must not come back and rewrite the record half-way.
+class QUIET {
+ public:
+  QUIET() { ++g_disabled; }
+  ~QUIET() { --g_disabled; }
+  QUIET(const QUIET&) = delete;
+  QUIET& operator=(const QUIET&) = delete;
+};
+
+STRINGS& Strings() {
+  QUIET quiet;
+  static STRINGS s_strings;
+  if (!g_stringsGone) return s_strings;
+  // Failures raised by exit handlers that run after the strings were
+  // destroyed land here; the block stays reachable and is never freed.
+  static STRINGS* s_late = new STRINGS;
+  return *s_late;
+}
+
+__attribute__((format(printf, 2, 3))) void AppendFormatted(VOSTRING& s, const char* format, ...) {
+  char line[2 * kWordMax + 96];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  s += line;
+}
+
+VOSTRING TextOfCode(int code) {
+  QUIET quiet;
+  if (code == VOERROR_SystemError) {
+    VOSTRING text;
+    GetWindowsError(text);
+    return text;
+  }
+  return TEXTRES::GetString(code);
+}
+
+// ---------------------------------------------------------------- module identification
+
+struct MODULEID {
+  char name[kWordMax];
+  char revision[kWordMax];
+};
+
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
+
+// Finds the next word at or after p: [*start, *end). false if there is none.
+bool NextWord(const char*& p, const char** start, const char** end) {
+  while (*p && IsBlank(*p)) ++p;
+  if (!*p) return false;
+  *start = p;
+  while (*p && !IsBlank(*p)) ++p;
+  *end = p;
+  return true;
+}
+
+// Copies a word cut to the working buffer. The module words are text, never
+// slots: a "%" or "$" in them would catch a value pushed for the message, so
+// they show as "?".
+void CopyCut(char* out, const char* start, const char* end) {
+  size_t n = static_cast<size_t>(end - start);
+  if (n > kWordMax - 1) n = kWordMax - 1;
+  for (size_t i = 0; i < n; ++i) out[i] = start[i] == '%' || start[i] == '$' ? '?' : start[i];
+  out[n] = 0;
+}
+
+// "<skipped> <file name> <revision> ...": fewer than three words count as no
+// identification at all. Words are cut to the working buffers.
+MODULEID ParseIdent(const char* ident) {
+  MODULEID id;
+  strcpy(id.name, "unknown");
+  strcpy(id.revision, "unknown");
+  if (!ident) return id;
+  const char* p = ident;
+  const char *skipStart, *skipEnd, *nameStart, *nameEnd, *revStart, *revEnd;
+  if (!NextWord(p, &skipStart, &skipEnd) || !NextWord(p, &nameStart, &nameEnd) ||
+      !NextWord(p, &revStart, &revEnd))
+    return id;
+  if (nameEnd - nameStart >= 2 && nameEnd[-2] == '_' && nameEnd[-1] == 'v') nameEnd -= 2;
+  CopyCut(id.name, nameStart, nameEnd);
+  CopyCut(id.revision, revStart, revEnd);
+  return id;
+}
+
+bool IsLastModuleLine(const MODULEID& id, int line) {
+  return line == g_lastLine && strncmp(id.name, g_lastName, kLastNameMax - 1) == 0;
+}
+
+void AddModuleLine(VOSTRING& text, const MODULEID& id, int line) {
+  if (g_repeat > 1 && g_lineOpen) AppendFormatted(text, "  Count: %d", g_repeat);
+  AppendFormatted(text, "\nModule: %s  Revision: %s  Line: %d", id.name, id.revision, line);
+  g_repeat = 1;
+  size_t n = strnlen(id.name, kLastNameMax - 1);
+  memcpy(g_lastName, id.name, n);
+  g_lastName[n] = 0;
+  g_lastLine = line;
+  g_lineOpen = true;
+}
+
+unsigned short* CopyUnits(const unsigned short* text) {
+  size_t n = 0;
+  while (text[n]) ++n;
+  auto* copy = static_cast<unsigned short*>(malloc((n + 1) * sizeof(unsigned short)));
+  if (copy) memcpy(copy, text, (n + 1) * sizeof(unsigned short));
+  return copy;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- recording
+
+int _SetErrPosnC(int code, const char* ident, int line) {
+  if (code >= 0 || g_disabled) return code;
+  ClearLastErr();
+  return _SetErrPosn(code, ident, line);
+}
+
+int _SetErrPosn(int code, const char* ident, int line) {
+  if (code >= -1 || g_disabled) return code;
+  VOSTRING& text = Strings().text;
+  QUIET quiet;
+  if (code != g_code) {
+    // The code line is written out here, not left as a template: the
+    // message's own placeholders are for the values the raising code pushes.
+    text = TextOfCode(code);
+    g_code = code;
+    g_lineOpen = false;
+    if (code != VOERROR_MessageOnly) AppendFormatted(text, "\nError code = %d", code);
+  }
+  if (code == VOERROR_MessageOnly || line <= 0) return code;
+  MODULEID id = ParseIdent(ident);
+  if (IsLastModuleLine(id, line)) {
+    ++g_repeat;  // a loop failing in one place makes one line
+    return code;
+  }
+  AddModuleLine(text, id, line);
+  return code;
+}
+
+void ClearLastErr() {
+  if (g_disabled) return;
+  g_code = 0;
+  g_lastLine = -1;
+  g_lineOpen = false;
+  VOSTRING& text = Strings().text;
+  QUIET quiet;
+  text = VOSTRING::GetEmpty();
+  free(g_details);
+  g_details = nullptr;
+}
+
+int GetLastErrCode() {
+  return g_code;
+}
+
+VOSTRING& GetRefErrStr() {
+  return Strings().text;
+}
+
+VOSTRING& GetErrString() {
+  STRINGS& strings = Strings();
+  if (!g_disabled) return strings.text;
+  // A fresh empty string, format settings included, for values nobody reads.
+  strings.scratch = VOSTRING::GetEmpty();
+  return strings.scratch;
+}
+
+// ---------------------------------------------------------------- asking
+
+const unsigned short* GetErrStrUC(int code, int* kind) {
+  VOSTRING& result = Strings().result;
+  QUIET quiet;
+  if (kind) *kind = 3;
+  if (code == 0) {
+    result = VOSTRING::GetEmpty();
+  } else if (code == g_code) {
+    result = Strings().text;
+  } else {
+    result = TextOfCode(code);
+    if (code != VOERROR_MessageOnly) AppendFormatted(result, "\nError code = %d", code);
+  }
+  return result;
+}
+
+const unsigned short* GetErrStrLine1UC(int code, int* kind) {
+  VOSTRING& result = Strings().result;
+  QUIET quiet;
+  if (code == 0) {
+    result = VOSTRING::GetEmpty();
+    return result;
+  }
+  if (kind) *kind = 3;
+  VOSTRING line = code == g_code ? Strings().text : TextOfCode(code);
+  int lf = line.FindNextOf(kLF);
+  if (lf >= 0) line.Truncate(lf);
+  // A text written with CR LF line ends keeps its CR before the cut.
+  if (line.GetLength() > 0 && line[line.GetLength() - 1] == kCR)
+    line.Truncate(line.GetLength() - 1);
+  if (line.GetLength() > 0 && line[line.GetLength() - 1] == ':')
+    line.Truncate(line.GetLength() - 1);
+  line.FillSubs();
+  result = line;
+  return result;
+}
+
+void GetWindowsError(VOSTRING& out) {
+  QUIET quiet;
+  out = TEXTRES::GetString(VOERROR_SystemError);
+}
+
+// ---------------------------------------------------------------- suppression and details
+
+void SetErrPosnDisable() {
+  ++g_disabled;
+}
+
+void SetErrPosnEnable() {
+  if (g_disabled) --g_disabled;
+}
+
+int IsErrPosnDisabled() {
+  return g_disabled ? 1 : 0;
+}
+
+void SetErrDetails(const unsigned short* text) {
+  free(g_details);
+  g_details = text ? CopyUnits(text) : nullptr;
+}
+
+const unsigned short* GetErrDetails() {
+  return g_details;
+}

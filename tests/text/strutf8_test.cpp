@@ -1,0 +1,86 @@
+// STRUTF8: sharing, replacement as a whole, and the UTF-8 of a VOSTRING.
+#include "vosystem/strutf8.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "vosystem/vostring.h"
+
+#ifdef VOSYS_HAVE_ICU
+#include <unicode/ustring.h>
+#endif
+
+namespace {
+
+template <class CHAR>
+CHAR* HeapCopy(const char* s) {
+  return reinterpret_cast<CHAR*>(strdup(s));
+}
+
+int Sign(int v) {
+  return (v > 0) - (v < 0);
+}
+
+}  // namespace
+
+TEST(StrUtf8, SharingClearAndAttach) {
+  STRUTF8 def;
+  EXPECT_TRUE(def.IsEqual(""));
+  EXPECT_TRUE(STRUTF8(static_cast<const char*>(nullptr)).IsEmpty());
+  def.Clear();  // already empty: nothing happens
+  EXPECT_TRUE(def.IsEmpty());
+
+  STRUTF8 a("caf\xC3\xA9");
+  STRUTF8 b(a);
+  STRUTF8 c;
+  c = a;
+  EXPECT_EQ(static_cast<const char*>(b), static_cast<const char*>(a));  // one body
+  EXPECT_EQ(static_cast<const char*>(c), static_cast<const char*>(a));
+  b.Clear();
+  EXPECT_TRUE(b.IsEmpty());
+  EXPECT_STREQ(a, "caf\xC3\xA9");
+
+  char* heap = HeapCopy<char>("attached");
+  c.Attach(heap);  // c shared its body with a: a keeps its text
+  EXPECT_EQ(heap, nullptr);
+  EXPECT_STREQ(c, "attached");
+  EXPECT_STREQ(a, "caf\xC3\xA9");
+  unsigned char* again = HeapCopy<unsigned char>("again");
+  c.Attach(again);  // exclusive: the old text is freed (the leak checker would see it)
+  EXPECT_STREQ(reinterpret_cast<const char*>(c.GetUINT8()), "again");
+
+  a = static_cast<const char*>(a);  // replaced by a copy of its own text
+  EXPECT_STREQ(a, "caf\xC3\xA9");
+  a = static_cast<const unsigned char*>(nullptr);
+  EXPECT_STREQ(a, "");
+}
+
+TEST(StrUtf8, CompareIsStrcmp) {
+  const char* words[] = {"", "a", "ab", "b", "\xC3\xA9", "Z"};
+  for (const char* x : words)
+    for (const char* y : words) {
+      EXPECT_EQ(Sign(STRUTF8(x).Compare(STRUTF8(y))), Sign(strcmp(x, y)));
+      EXPECT_EQ(STRUTF8(x).IsEqual(y), strcmp(x, y) == 0);
+    }
+  EXPECT_TRUE(STRUTF8().IsEqual(static_cast<const char*>(nullptr)));
+}
+
+TEST(StrUtf8, FromVostringIsUtf8) {
+  EXPECT_TRUE(STRUTF8(VOSTRING()).IsEmpty());
+  EXPECT_STREQ(STRUTF8(VOSTRING(u"\u00E9\u20AC")), "\xC3\xA9\xE2\x82\xAC");
+#ifdef VOSYS_HAVE_ICU
+  for (const char16_t* text : {u"plain", u"\u0627\u0644\u0639", u"\U0001F600 smile", u"\u4E2D"}) {
+    char expected[64];
+    int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8(expected, sizeof expected, &length, reinterpret_cast<const UChar*>(text), -1,
+                &status);
+    ASSERT_TRUE(U_SUCCESS(status));
+    STRUTF8 assigned;
+    assigned = VOSTRING(text);
+    EXPECT_STREQ(assigned, expected);
+  }
+#endif
+}

@@ -1,0 +1,173 @@
+// vosys: the library's services from the command line.
+//
+//   vosys format TEMPLATE VALUE...   fill a template with the %/$n engine
+//   vosys format -f FILE             the same for each line of a file
+//   vosys error CODE                 the message text of an error code
+#include <cerrno>
+#include <cinttypes>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "vosystem/vosystem.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: vosys <command> [arguments]\n"
+    "\n"
+    "commands:\n"
+    "  format TEMPLATE VALUE...  fill TEMPLATE's placeholders (%d, %5.2f, %s, $1, ...)\n"
+    "                            with the values, typed as integer, float or string;\n"
+    "                            prefix a value with i:, f: or s: to force its type\n"
+    "  format -f FILE            fill each line of FILE: a template and its values,\n"
+    "                            separated by tabs ('#' starts a comment line)\n"
+    "  error CODE                print the message text of error code CODE\n"
+    "  --help                    show this text\n";
+
+// Text from the command line or a file is UTF-8.
+VOSTRING FromUtf8(const char* s) { return VOSTRING(s, CHAR_ENCODING_UTF8); }
+
+void PrintLine(const VOSTRING& s) {
+  char* utf8 = s.GetEncoded(CHAR_ENCODING_UTF8);
+  std::printf("%s\n", utf8 ? utf8 : "");
+  std::free(utf8);
+}
+
+bool ParseInteger(const char* s, long long* out) {
+  if (!*s) return false;
+  char* end = nullptr;
+  errno = 0;
+  long long v = std::strtoll(s, &end, 0);
+  if (errno == ERANGE || *end) return false;
+  *out = v;
+  return true;
+}
+
+bool ParseFloat(const char* s, double* out) {
+  if (!std::strpbrk(s, "0123456789") || !std::strpbrk(s, ".eE")) return false;
+  char* end = nullptr;
+  double v = std::strtod(s, &end);
+  if (*end) return false;
+  *out = v;
+  return true;
+}
+
+// Integers take the narrowest C type that holds them, as a program would
+// pass them: int, then unsigned int, then the 64-bit route.
+void PushInteger(VOSTRING& s, long long v) {
+  if (v >= INT_MIN && v <= INT_MAX)
+    s << static_cast<int>(v);
+  else if (v >= 0 && v <= static_cast<long long>(UINT_MAX))
+    s << static_cast<unsigned int>(v);
+  else
+    s << v;
+}
+
+// One value, typed by its look or by an "i:", "f:" or "s:" prefix.
+bool PushValue(VOSTRING& s, const char* arg) {
+  long long i = 0;
+  double f = 0;
+  if (std::strncmp(arg, "s:", 2) == 0) {
+    s << FromUtf8(arg + 2);
+  } else if (std::strncmp(arg, "i:", 2) == 0) {
+    if (!ParseInteger(arg + 2, &i)) return false;
+    PushInteger(s, i);
+  } else if (std::strncmp(arg, "f:", 2) == 0) {
+    char* end = nullptr;
+    f = std::strtod(arg + 2, &end);
+    if (end == arg + 2 || *end) return false;
+    s << f;
+  } else if (ParseInteger(arg, &i)) {
+    PushInteger(s, i);
+  } else if (ParseFloat(arg, &f)) {
+    s << f;
+  } else {
+    s << FromUtf8(arg);
+  }
+  return true;
+}
+
+bool FillAndPrint(const char* tmpl, const std::vector<const char*>& values) {
+  VOSTRING s = FromUtf8(tmpl);
+  for (const char* v : values) {
+    if (!PushValue(s, v)) {
+      std::fprintf(stderr, "vosys: '%s' is not a value of the type its prefix asks for\n", v);
+      return false;
+    }
+  }
+  PrintLine(s);
+  return true;
+}
+
+std::vector<std::string> SplitTabs(const std::string& line) {
+  std::vector<std::string> fields;
+  size_t start = 0;
+  for (size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
+    fields.push_back(line.substr(start, tab - start));
+  fields.push_back(line.substr(start));
+  return fields;
+}
+
+int FormatFile(const char* path) {
+  FILE* f = std::fopen(path, "rb");
+  if (!f) {
+    std::fprintf(stderr, "vosys: can't open %s: %s\n", path, std::strerror(errno));
+    return 1;
+  }
+  int rc = 0;
+  std::string line;
+  for (int ch; (ch = std::getc(f)) != EOF || !line.empty();) {
+    if (ch != '\n' && ch != EOF) {
+      if (ch != '\r') line += static_cast<char>(ch);
+      continue;
+    }
+    if (!line.empty() && line[0] != '#') {
+      std::vector<std::string> fields = SplitTabs(line);
+      std::vector<const char*> values;
+      for (size_t i = 1; i < fields.size(); ++i) values.push_back(fields[i].c_str());
+      if (!FillAndPrint(fields[0].c_str(), values)) rc = 1;
+    }
+    line.clear();
+    if (ch == EOF) break;
+  }
+  std::fclose(f);
+  return rc;
+}
+
+int CmdFormat(int argc, char** argv) {
+  if (argc >= 2 && std::strcmp(argv[0], "-f") == 0) return argc == 2 ? FormatFile(argv[1]) : 2;
+  if (argc < 1) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+  std::vector<const char*> values(argv + 1, argv + argc);
+  return FillAndPrint(argv[0], values) ? 0 : 1;
+}
+
+int CmdError(int argc, char** argv) {
+  long long code = 0;
+  if (argc != 1 || !ParseInteger(argv[0], &code) || code < INT_MIN || code > INT_MAX) {
+    std::fputs("usage: vosys error CODE   (an integer, e.g. -1015)\n", stderr);
+    return 2;
+  }
+  PrintLine(VOSTRING(GetErrStrUC(static_cast<int>(code), nullptr)));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0) {
+    std::fputs(kUsage, argc < 2 ? stderr : stdout);
+    return argc < 2 ? 2 : 0;
+  }
+  const char* cmd = argv[1];
+  if (std::strcmp(cmd, "format") == 0) return CmdFormat(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "error") == 0) return CmdError(argc - 2, argv + 2);
+  std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
+  return 2;
+}
