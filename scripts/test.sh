@@ -25,7 +25,7 @@ echo "== fuzz targets, ${FUZZ_SECONDS}s each"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVOSYS_BUILD_FUZZ=ON -DVOSYS_BUILD_TESTS=OFF
 cmake --build build-fuzz -j"$jobs"
-for target in build-fuzz/fuzz_*; do
+for target in build-fuzz/fuzz/fuzz_*; do
   [ -f "$target" ] && [ -x "$target" ] || continue
   work=$(mktemp -d)
   mkdir "$work/corpus"

@@ -65,7 +65,24 @@ int CompareAtMost(const unsigned short* a, const unsigned short* b, size_t n, Fo
   return 0;
 }
 
-inline int SameUnit(unsigned short u) { return u; }
+inline bool IsDigit(unsigned short u) {
+  return u >= '0' && u <= '9';
+}
+
+// Reads "\" and one to five decimal digits at src; stores the narrowed value in
+// *unit and returns the number of units read, or 0 if src holds no escape.
+int ReadDecimalEscape(const unsigned short* src, unsigned short* unit) {
+  if (src[0] != '\\' || !IsDigit(src[1])) return 0;
+  unsigned value = 0;
+  int len = 1;
+  while (len <= 5 && IsDigit(src[len])) value = value * 10 + (src[len++] - '0');
+  *unit = static_cast<unsigned short>(value);
+  return len;
+}
+
+inline int SameUnit(unsigned short u) {
+  return u;
+}
 
 }  // namespace
 
@@ -265,27 +282,11 @@ char* strlwr(char* s) {
 
 // ------------------------------------------------------------ escapes
 
-namespace {
-
-inline bool IsDigit(unsigned short u) { return u >= '0' && u <= '9'; }
-
-// Reads "\" and one to five decimal digits at src; stores the narrowed value in
-// *unit and returns the number of units read, or 0 if src holds no escape.
-int ReadDecimalEscape(const unsigned short* src, unsigned short* unit) {
-  if (src[0] != '\\' || !IsDigit(src[1])) return 0;
-  unsigned value = 0;
-  int len = 1;
-  while (len <= 5 && IsDigit(src[len])) value = value * 10 + (src[len++] - '0');
-  *unit = static_cast<unsigned short>(value);
-  return len;
-}
-
-}  // namespace
-
 // A backslash that starts no escape is copied as it is, and reading goes on at
 // the unit after it. So a doubled backslash does not collapse: "\\" stays two
 // backslashes, and the second one may itself start an escape ("\\65" gives
-// "\A"). This keeps paths such as "\\server\share" intact.
+// "\A"). This keeps paths such as "\\server\share" intact. *removed counts
+// the units the escapes saved, also when one of them wrote a unit 0.
 int ucConvertSlashes(unsigned short* s, int* removed) {
   const size_t len = static_cast<size_t>(ucstrlen(s));
   auto* copy = static_cast<unsigned short*>(malloc((len + 1) * sizeof(unsigned short)));

@@ -9,15 +9,16 @@
 //
 // Speed. Each converter first works in "zones", stretches of the source in
 // which neither the source nor the target can run out whatever the text
-// holds, so that nothing is checked per character there. Inside a zone, 16
-// ASCII characters go at a time, and blocks of mixed one- to three-byte
-// characters go through SSE2 arithmetic and, where the processor has SSSE3, a
-// byte shuffle that packs the results; other text goes one character at a
-// time in loops made for runs of one length. Block stores may write a little
-// past the output, but only where the rest of the zone is sure to overwrite
-// it, so the target never holds anything past the returned position. Near
-// the ends of the buffers everything goes character by character with every
-// check, with the same results.
+// holds, so that nothing is checked per character there. Inside a zone text
+// goes in blocks of 8 to 16 units: with SSE2 (every x86-64) ASCII, emoji and
+// other surrogate pairs; where the processor has SSSE3, whose byte shuffle
+// packs results of varying length, also mixed one- to three-byte text and
+// CJK. What no block takes goes one character at a time, in loops made for
+// runs of one length. Block stores may write a little past the output, but
+// only where the rest of the zone is sure to overwrite it, so the target
+// never holds anything past the returned position. Near the ends of the
+// buffers everything goes character by character with every check. Every
+// path gives the same result as that last one.
 #include <emmintrin.h>
 #include <tmmintrin.h>
 
@@ -41,10 +42,16 @@ constexpr uint32_t kFirstSupplementary = 0x10000;
 constexpr uint32_t kPastUnicode = 0x110000;
 constexpr int32_t kMaxResult = INT32_MAX;
 
-inline bool IsHighSurrogate(uint32_t u) { return u - 0xD800 < 0x400; }
-inline bool IsLowSurrogate(uint32_t u) { return u - 0xDC00 < 0x400; }
+inline bool IsHighSurrogate(uint32_t u) {
+  return u - 0xD800 < 0x400;
+}
+inline bool IsLowSurrogate(uint32_t u) {
+  return u - 0xDC00 < 0x400;
+}
 
-inline int CountTrailingZeros(unsigned mask) { return __builtin_ctz(mask); }
+inline int CountTrailingZeros(unsigned mask) {
+  return __builtin_ctz(mask);
+}
 
 // Functions that use SSSE3; they run only where the processor has it.
 #define VOSYS_TARGET_SSSE3 __attribute__((target("ssse3")))
@@ -52,14 +59,17 @@ inline int CountTrailingZeros(unsigned mask) { return __builtin_ctz(mask); }
 // VOSYS_UTFCONV_SSE2 in the environment keeps to the SSE2 code, so that tests
 // can cover it on any machine.
 bool UseSsse3() {
-  static const bool use = __builtin_cpu_supports("ssse3") && getenv("VOSYS_UTFCONV_SSE2") == nullptr;
+  static const bool use =
+      __builtin_cpu_supports("ssse3") && getenv("VOSYS_UTFCONV_SSE2") == nullptr;
   return use;
 }
 
 inline __m128i Load16(const void* p) {
   return _mm_loadu_si128(static_cast<const __m128i*>(p));
 }
-inline void Store16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+inline void Store16(void* p, __m128i v) {
+  _mm_storeu_si128(static_cast<__m128i*>(p), v);
+}
 inline void StoreLow32(void* p, __m128i v) {
   const int32_t low = _mm_cvtsi128_si32(v);
   memcpy(p, &low, sizeof low);
@@ -80,6 +90,10 @@ struct PackTables {
   // in two bits per lane.
   alignas(16) uint8_t utf8[256][16];
   uint8_t utf8Count[256];
+  // Keeps the first byte of each 16-bit lane, and the second where the
+  // lane's bit in the index is set.
+  alignas(16) uint8_t twoByte[256][16];
+  uint8_t twoByteCount[256];
 };
 
 constexpr PackTables MakePackTables() {
@@ -97,10 +111,18 @@ constexpr PackTables MakePackTables() {
     out = 0;
     for (int lane = 0; lane < 4; ++lane) {
       const int len = ((index >> (2 * lane)) & 3) + 1;
-      for (int b = 0; b < len && b < 3; ++b) t.utf8[index][out++] = static_cast<uint8_t>(4 * lane + b);
+      for (int b = 0; b < len && b < 3; ++b)
+        t.utf8[index][out++] = static_cast<uint8_t>(4 * lane + b);
     }
     t.utf8Count[index] = static_cast<uint8_t>(out);
     for (int fill = out; fill < 16; ++fill) t.utf8[index][fill] = 0x80;
+    out = 0;
+    for (int lane = 0; lane < 8; ++lane) {
+      t.twoByte[index][out++] = static_cast<uint8_t>(2 * lane);
+      if (index & (1 << lane)) t.twoByte[index][out++] = static_cast<uint8_t>(2 * lane + 1);
+    }
+    t.twoByteCount[index] = static_cast<uint8_t>(out);
+    for (int fill = out; fill < 16; ++fill) t.twoByte[index][fill] = 0x80;
   }
   return t;
 }
@@ -154,7 +176,9 @@ inline void PutValue(uint32_t value, uint16_t*& d) {
 }
 
 // Accumulate for two, three and four bytes, spelled out.
-inline uint32_t Value2(const uint8_t* s) { return (uint32_t{s[0]} << 6) + s[1] - kMarkSum[1]; }
+inline uint32_t Value2(const uint8_t* s) {
+  return (uint32_t{s[0]} << 6) + s[1] - kMarkSum[1];
+}
 inline uint32_t Value3(const uint8_t* s) {
   return (uint32_t{s[0]} << 12) + (uint32_t{s[1]} << 6) + s[2] - kMarkSum[2];
 }
@@ -168,6 +192,35 @@ inline void DecodeOne(const uint8_t*& s, uint16_t*& d) {
   const int trail = TrailBytes(*s);
   PutValue(Accumulate(s, trail), d);
   s += trail + 1;
+}
+
+// Decodes 16 bytes holding four four-byte sequences (leads F0-F7, true
+// continuation bytes) of values from U+10000 to U+10FFFF into 8 units, which
+// is what emoji and other supplementary text mostly is; false otherwise. The
+// masked formula equals the accumulation for such sequences.
+inline bool DecodeFourByteBlock(const uint8_t* s, uint16_t* d) {
+  const __m128i b = Load16(s);
+  const __m128i marks = _mm_and_si128(b, _mm_set1_epi32(static_cast<int>(0xC0C0C0F8)));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi32(marks, _mm_set1_epi32(static_cast<int>(0x808080F0)))) !=
+      0xFFFF) {
+    return false;
+  }
+  const __m128i six = _mm_set1_epi32(0x3F);
+  __m128i value = _mm_slli_epi32(_mm_and_si128(b, _mm_set1_epi32(0x07)), 18);
+  value = _mm_or_si128(value, _mm_slli_epi32(_mm_and_si128(_mm_srli_epi32(b, 8), six), 12));
+  value = _mm_or_si128(value, _mm_slli_epi32(_mm_and_si128(_mm_srli_epi32(b, 16), six), 6));
+  value = _mm_or_si128(value, _mm_and_si128(_mm_srli_epi32(b, 24), six));
+  value = _mm_sub_epi32(value, _mm_set1_epi32(static_cast<int>(kFirstSupplementary)));
+  // Now the value less 0x10000, which must lie in 0 to 0xFFFFF.
+  if (_mm_movemask_epi8(_mm_cmpgt_epi32(_mm_set1_epi32(0x100000), value)) != 0xFFFF ||
+      _mm_movemask_epi8(_mm_cmplt_epi32(value, _mm_setzero_si128())) != 0) {
+    return false;
+  }
+  const __m128i high = _mm_add_epi32(_mm_srli_epi32(value, 10), _mm_set1_epi32(0xD800));
+  const __m128i low =
+      _mm_add_epi32(_mm_and_si128(value, _mm_set1_epi32(0x3FF)), _mm_set1_epi32(0xDC00));
+  Store16(d, _mm_or_si128(high, _mm_slli_epi32(low, 16)));
+  return true;
 }
 
 // Decodes sequences for as long as their leads announce the same length as
@@ -187,9 +240,14 @@ inline void DecodeRun(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd) {
       s += 3;
     } while (s < zoneEnd && (lead = *s) - 0xE0 < 0x10);
   } else if (lead - 0xF0 < 0x08) {
-    do {
-      PutValue(Value4(s), d);
-      s += 4;
+    do {  // emoji come four at a time where they can
+      if (zoneEnd - s >= 16 && DecodeFourByteBlock(s, d)) {
+        s += 16;
+        d += 8;
+      } else {
+        PutValue(Value4(s), d);
+        s += 4;
+      }
     } while (s < zoneEnd && (lead = *s) - 0xF0 < 0x08);
   } else {
     DecodeOne(s, d);
@@ -199,15 +257,20 @@ inline void DecodeRun(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd) {
 // Byte classes of UTF-8 as signed bytes: 00-7F are 0 to 127, continuation
 // bytes 80-BF are -128 to -65, leads C0-DF -64 to -33, E0-EF -32 to -17, and
 // F0-FF (four bytes and more) -16 to -1.
-inline __m128i IsContinuation(__m128i b) { return _mm_cmplt_epi8(b, _mm_set1_epi8(-64)); }
+inline __m128i IsContinuation(__m128i b) {
+  return _mm_cmplt_epi8(b, _mm_set1_epi8(-64));
+}
 inline __m128i IsLead2(__m128i b) {
-  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-65)), _mm_cmplt_epi8(b, _mm_set1_epi8(-32)));
+  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-65)),
+                       _mm_cmplt_epi8(b, _mm_set1_epi8(-32)));
 }
 inline __m128i IsLead3(__m128i b) {
-  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-33)), _mm_cmplt_epi8(b, _mm_set1_epi8(-16)));
+  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-33)),
+                       _mm_cmplt_epi8(b, _mm_set1_epi8(-16)));
 }
 inline __m128i IsLead4Plus(__m128i b) {
-  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-17)), _mm_cmplt_epi8(b, _mm_setzero_si128()));
+  return _mm_and_si128(_mm_cmpgt_epi8(b, _mm_set1_epi8(-17)),
+                       _mm_cmplt_epi8(b, _mm_setzero_si128()));
 }
 
 // The value of a sequence of one, two or three bytes starting in each 16-bit
@@ -217,12 +280,20 @@ inline __m128i IsLead4Plus(__m128i b) {
 inline __m128i LaneValues(__m128i b0, __m128i b1, __m128i b2, __m128i lead2, __m128i lead3) {
   const __m128i six = _mm_set1_epi16(0x3F);
   const __m128i low1 = _mm_and_si128(b1, six);
-  const __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6), low1);
+  const __m128i two =
+      _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6), low1);
   const __m128i three = _mm_or_si128(_mm_or_si128(_mm_slli_epi16(b0, 12), _mm_slli_epi16(low1, 6)),
                                      _mm_and_si128(b2, six));
   __m128i value = _mm_andnot_si128(_mm_or_si128(lead2, lead3), b0);
   value = _mm_or_si128(value, _mm_and_si128(lead2, two));
   return _mm_or_si128(value, _mm_and_si128(lead3, three));
+}
+
+// LaneValues when no lane starts a three-byte sequence.
+inline __m128i LaneValuesUpToTwo(__m128i b0, __m128i b1, __m128i lead2) {
+  const __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6),
+                                   _mm_and_si128(b1, _mm_set1_epi16(0x3F)));
+  return _mm_or_si128(_mm_andnot_si128(lead2, b0), _mm_and_si128(lead2, two));
 }
 
 // 16 bytes decoded in lanes: a value for each byte, of which those where a
@@ -233,20 +304,39 @@ struct DecodedBlock {
   int used;           // bytes taken: 16, or up to 18 when the last sequence reaches past
 };
 
+// DecodeBlock without three-byte sequences (Latin, Cyrillic, Greek...), which
+// needs less work: b1 holds the bytes after those of b0.
+inline bool DecodeUpToTwoBlock(__m128i b0, __m128i b1, __m128i lead2, __m128i cont,
+                               DecodedBlock* out) {
+  const __m128i bad = _mm_or_si128(_mm_xor_si128(cont, _mm_slli_si128(lead2, 1)),
+                                   _mm_andnot_si128(IsContinuation(b1), lead2));
+  if (_mm_movemask_epi8(bad) != 0) return false;
+  const __m128i zero = _mm_setzero_si128();
+  out->low = LaneValuesUpToTwo(_mm_unpacklo_epi8(b0, zero), _mm_unpacklo_epi8(b1, zero),
+                               _mm_unpacklo_epi8(lead2, lead2));
+  out->high = LaneValuesUpToTwo(_mm_unpackhi_epi8(b0, zero), _mm_unpackhi_epi8(b1, zero),
+                                _mm_unpackhi_epi8(lead2, lead2));
+  out->starts = ~static_cast<unsigned>(_mm_movemask_epi8(cont)) & 0xFFFF;
+  out->used = 16 + ((static_cast<unsigned>(_mm_movemask_epi8(lead2)) >> 15) & 1);
+  return true;
+}
+
 // Decodes the 16 bytes at s when they hold only one-, two- and three-byte
 // sequences, each lead followed by its continuation bytes and no continuation
 // byte astray; reads up to 18 bytes. Returns false for anything else.
 inline bool DecodeBlock(const uint8_t* s, DecodedBlock* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i b0 = Load16(s);
+  if (_mm_movemask_epi8(IsLead4Plus(b0)) != 0) return false;  // cheap way out for emoji
   const __m128i b1 = Load16(s + 1);
   const __m128i b2 = Load16(s + 2);
   const __m128i lead2 = IsLead2(b0);
   const __m128i lead3 = IsLead3(b0);
   const __m128i cont = IsContinuation(b0);
+  if (_mm_movemask_epi8(lead3) == 0) return DecodeUpToTwoBlock(b0, b1, lead2, cont, out);
   const __m128i anyLead = _mm_or_si128(lead2, lead3);
   const __m128i expectedCont = _mm_or_si128(_mm_slli_si128(anyLead, 1), _mm_slli_si128(lead3, 2));
-  __m128i bad = _mm_or_si128(IsLead4Plus(b0), _mm_xor_si128(cont, expectedCont));
+  __m128i bad = _mm_xor_si128(cont, expectedCont);
   bad = _mm_or_si128(bad, _mm_andnot_si128(IsContinuation(b1), anyLead));
   bad = _mm_or_si128(bad, _mm_andnot_si128(IsContinuation(b2), lead3));
   if (_mm_movemask_epi8(bad) != 0) return false;
@@ -283,6 +373,31 @@ VOSYS_TARGET_SSSE3 inline size_t PackUnits(const DecodedBlock& block, uint16_t* 
   const size_t n = kPack.unitCount[lo];
   Store16(d + n, _mm_shuffle_epi8(block.high, LoadControl(kPack.units[hi])));
   return n + kPack.unitCount[hi];
+}
+
+// Decodes five three-byte sequences (leads E0-EF, true continuation bytes),
+// the stuff of CJK text, from the 15 bytes at s. Stores 8 units, of which 5
+// count; false, having written nothing, for anything else.
+VOSYS_TARGET_SSSE3 inline bool DecodeThreeByteBlock(const uint8_t* s, uint16_t* d) {
+  const __m128i b = Load16(s);
+  // Lead bytes masked with F0 (-16) must give E0 (-32), continuation bytes
+  // masked with C0 (-64) must give 80 (-128).
+  const __m128i marks = _mm_and_si128(b, _mm_setr_epi8(-16, -64, -64, -16, -64, -64, -16, -64, -64,
+                                                       -16, -64, -64, -16, -64, -64, 0));
+  const __m128i expected = _mm_setr_epi8(-32, -128, -128, -32, -128, -128, -32, -128, -128, -32,
+                                         -128, -128, -32, -128, -128, 0);
+  if (_mm_movemask_epi8(_mm_cmpeq_epi8(marks, expected)) != 0xFFFF) return false;
+  // Lane k: the middle byte of sequence k and its lead above it; its last byte.
+  const __m128i leadMiddle =
+      _mm_shuffle_epi8(b, _mm_setr_epi8(1, 0, 4, 3, 7, 6, 10, 9, 13, 12, -1, -1, -1, -1, -1, -1));
+  const __m128i last = _mm_shuffle_epi8(
+      b, _mm_setr_epi8(2, -1, 5, -1, 8, -1, 11, -1, 14, -1, -1, -1, -1, -1, -1, -1));
+  const __m128i six = _mm_set1_epi16(0x3F);
+  __m128i value =
+      _mm_and_si128(_mm_slli_epi16(leadMiddle, 4), _mm_set1_epi16(static_cast<short>(0xF000)));
+  value = _mm_or_si128(value, _mm_slli_epi16(_mm_and_si128(leadMiddle, six), 6));
+  Store16(d, _mm_or_si128(value, _mm_and_si128(last, six)));
+  return true;
 }
 
 // A block stores 16 units, some of them past its output. The bytes left after
@@ -322,13 +437,17 @@ VOSYS_TARGET_SSSE3 void DecodeZoneSsse3(const uint8_t*& sRef, uint16_t*& dRef,
       d += 16;
       continue;
     }
+    if ((*s & 0xF0) == 0xE0 && DecodeThreeByteBlock(s, d)) {
+      s += 15;
+      d += 5;
+      continue;
+    }
     DecodedBlock block;
-    if (DecodeBlock(s, &block)) {
+    if (*s < 0xF0 && DecodeBlock(s, &block)) {
       d += PackUnits(block, d);
       s += block.used;
     } else {
-      // Longer forms or malformed text: a block's worth or more in runs.
-      for (const uint8_t* stop = s + 16; s < stop;) DecodeRun(s, d, zoneEnd);
+      DecodeRun(s, d, zoneEnd);
     }
   }
   while (s < zoneEnd) DecodeOne(s, d);
@@ -354,8 +473,7 @@ void DecodeUnchecked(const uint8_t*& s, const uint8_t* srcEnd, uint16_t*& d,
   }
 }
 
-int DecodeChecked(const uint8_t*& s, const uint8_t* srcEnd, uint16_t*& d,
-                  const uint16_t* dstEnd) {
+int DecodeChecked(const uint8_t*& s, const uint8_t* srcEnd, uint16_t*& d, const uint16_t* dstEnd) {
   while (s < srcEnd) {
     const int trail = TrailBytes(*s);
     if (trail >= srcEnd - s) return UTFCONV_SOURCE_PARTIAL;
@@ -509,14 +627,188 @@ VOSYS_TARGET_SSSE3 inline size_t PackEncodings(const EncodedBlock& block, uint8_
   return n + kPack.utf8Count[hi];
 }
 
-// A block writes up to 16 bytes past its output; the more than 16 units left
-// after two of them produce at least one byte each, which overwrite them.
+// Encodes 8 units when all lie below 0x800 (Latin, Cyrillic, Greek, Hebrew,
+// Arabic...): each 16-bit lane gets its one or two bytes, and pshufb drops
+// the second byte of the one-byte lanes. Stores 16 bytes at d; returns the
+// bytes produced, or 0 having written nothing.
+VOSYS_TARGET_SSSE3 inline size_t EncodeUpToTwoBlock(const uint16_t* s, uint8_t* d) {
+  const __m128i u = Load16(s);
+  const __m128i zero = _mm_setzero_si128();
+  if (!IsAllZero(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800))))) return 0;
+  const __m128i isAscii =
+      _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+  const __m128i lead = _mm_or_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0xC0));
+  const __m128i next = _mm_or_si128(_mm_and_si128(u, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
+  const __m128i two = _mm_or_si128(lead, _mm_slli_epi16(next, 8));
+  const __m128i lanes = _mm_or_si128(_mm_and_si128(isAscii, u), _mm_andnot_si128(isAscii, two));
+  const unsigned index =
+      ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(isAscii, zero))) & 0xFF;
+  Store16(d, _mm_shuffle_epi8(lanes, LoadControl(kPack.twoByte[index])));
+  return kPack.twoByteCount[index];
+}
+
+// EncodeUpToTwoBlock extended to surrogate pairs, for emoji among other text:
+// a pair's four bytes split two and two. The high surrogate alone gives the
+// first two, the low one with the two lowest bits of the high one the last two.
+struct TwoByteLanes {
+  size_t units;  // units taken: 16, or 15 when a pair reaches past the block
+  size_t bytes;  // bytes produced
+};
+
+struct LaneCodes {
+  __m128i bytes;    // the one or two bytes of each unit
+  __m128i isAscii;  // lanes of one byte
+  __m128i bad;      // lanes that fit no form here, or break a pair
+};
+
+// The bytes of each unit of u in its 16-bit lane. previous holds the unit
+// before each; isHigh and previousHigh tell which of u and of previous are
+// high surrogates.
+inline LaneCodes TwoByteLaneCodes(__m128i u, __m128i previous, __m128i isHigh,
+                                  __m128i previousHigh) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i six = _mm_set1_epi16(0x3F);
+  const __m128i mark = _mm_set1_epi16(0x80);
+  const __m128i isLow =
+      _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00))),
+                      _mm_set1_epi16(static_cast<short>(0xDC00)));
+  const __m128i belowTwo =
+      _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800))), zero);
+  LaneCodes out;
+  out.isAscii = _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+  // Low surrogates exactly after high ones; anything else below 0x800.
+  out.bad = _mm_or_si128(
+      _mm_xor_si128(isLow, previousHigh),
+      _mm_andnot_si128(_mm_or_si128(_mm_or_si128(belowTwo, isHigh), isLow), _mm_set1_epi16(-1)));
+  const __m128i last = _mm_or_si128(_mm_and_si128(u, six), mark);
+  const __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0xC0)),
+                                   _mm_slli_epi16(last, 8));
+  // High: plane = bits 6-9 + 1; F0 | plane >> 2, then 80 | (plane & 3) << 4 | bits 2-5.
+  const __m128i plane =
+      _mm_add_epi16(_mm_and_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0x0F)), _mm_set1_epi16(1));
+  const __m128i highSecond =
+      _mm_or_si128(_mm_or_si128(_mm_slli_epi16(_mm_and_si128(plane, _mm_set1_epi16(3)), 4),
+                                _mm_and_si128(_mm_srli_epi16(u, 2), _mm_set1_epi16(0x0F))),
+                   mark);
+  const __m128i high = _mm_or_si128(_mm_or_si128(_mm_srli_epi16(plane, 2), _mm_set1_epi16(0xF0)),
+                                    _mm_slli_epi16(highSecond, 8));
+  // Low: 80 | bits 0-1 of the high unit << 4 | bits 6-9, then 80 | bits 0-5.
+  const __m128i lowFirst =
+      _mm_or_si128(_mm_or_si128(_mm_slli_epi16(_mm_and_si128(previous, _mm_set1_epi16(3)), 4),
+                                _mm_and_si128(_mm_srli_epi16(u, 6), _mm_set1_epi16(0x0F))),
+                   mark);
+  const __m128i low = _mm_or_si128(lowFirst, _mm_slli_epi16(last, 8));
+  __m128i bytes = _mm_and_si128(out.isAscii, u);
+  bytes = _mm_or_si128(bytes, _mm_and_si128(_mm_andnot_si128(out.isAscii, belowTwo), two));
+  bytes = _mm_or_si128(bytes, _mm_and_si128(isHigh, high));
+  out.bytes = _mm_or_si128(bytes, _mm_and_si128(isLow, low));
+  return out;
+}
+
+inline __m128i IsHighSurrogateLane(__m128i u) {
+  return _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFC00))),
+                         _mm_set1_epi16(static_cast<short>(0xD800)));
+}
+
+// Encodes the 16 units at s when each is below 0x800 or half of a surrogate
+// pair, with pshufb dropping the second byte of the one-byte lanes. Stores 32
+// bytes from d; returns {0, 0}, having written nothing, for anything else.
+VOSYS_TARGET_SSSE3 inline TwoByteLanes EncodeTwoByteLanes(const uint16_t* s, uint8_t* d) {
+  const __m128i lo = Load16(s);
+  const __m128i hi = Load16(s + 8);
+  const __m128i highLo = IsHighSurrogateLane(lo);
+  const __m128i highHi = IsHighSurrogateLane(hi);
+  const LaneCodes a =
+      TwoByteLaneCodes(lo, _mm_slli_si128(lo, 2), highLo, _mm_slli_si128(highLo, 2));
+  const LaneCodes b = TwoByteLaneCodes(hi, _mm_alignr_epi8(hi, lo, 14), highHi,
+                                       _mm_alignr_epi8(highHi, highLo, 14));
+  if (_mm_movemask_epi8(_mm_or_si128(a.bad, b.bad)) != 0) return {0, 0};
+  // A high surrogate in the last lane waits for the next block: it counts as
+  // one speculative byte, taken back below. (Read from memory, so that the
+  // next block's address doesn't wait for this block's arithmetic.)
+  const size_t cut = IsHighSurrogate(s[15]);
+  const __m128i zero = _mm_setzero_si128();
+  const unsigned first =
+      ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(a.isAscii, zero))) & 0xFF;
+  const unsigned second =
+      ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(b.isAscii, zero))) &
+      (cut ? 0x7F : 0xFF);
+  Store16(d, _mm_shuffle_epi8(a.bytes, LoadControl(kPack.twoByte[first])));
+  const size_t n = kPack.twoByteCount[first];
+  Store16(d + n, _mm_shuffle_epi8(b.bytes, LoadControl(kPack.twoByte[second])));
+  return {16 - cut, n + kPack.twoByteCount[second] - cut};
+}
+
+// Encodes 8 units that all take three bytes (0x800 and above, no
+// surrogates), the stuff of CJK text, into 24 bytes. Stores 28 bytes from d;
+// false, having written nothing, otherwise.
+VOSYS_TARGET_SSSE3 inline bool EncodeThreeByteBlock(const uint16_t* s, uint8_t* d) {
+  const __m128i u = Load16(s);
+  const __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
+  const __m128i shortOrSurrogate =
+      _mm_or_si128(_mm_cmpeq_epi16(top5, _mm_setzero_si128()),
+                   _mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800))));
+  if (_mm_movemask_epi8(shortOrSurrogate) != 0) return false;
+  const __m128i six = _mm_set1_epi16(0x3F);
+  const __m128i mark = _mm_set1_epi16(0x80);
+  // Lane k: the first two bytes of unit k; and its last byte.
+  const __m128i first = _mm_or_si128(_mm_srli_epi16(u, 12), _mm_set1_epi16(0xE0));
+  const __m128i middle = _mm_or_si128(_mm_and_si128(_mm_srli_epi16(u, 6), six), mark);
+  const __m128i firstTwo = _mm_or_si128(first, _mm_slli_epi16(middle, 8));
+  const __m128i last = _mm_or_si128(_mm_and_si128(u, six), mark);
+  Store16(d, _mm_or_si128(_mm_shuffle_epi8(firstTwo, _mm_setr_epi8(0, 1, -1, 2, 3, -1, 4, 5, -1, 6,
+                                                                   7, -1, -1, -1, -1, -1)),
+                          _mm_shuffle_epi8(last, _mm_setr_epi8(-1, -1, 0, -1, -1, 2, -1, -1, 4, -1,
+                                                               -1, 6, -1, -1, -1, -1))));
+  Store16(d + 12,
+          _mm_or_si128(_mm_shuffle_epi8(firstTwo, _mm_setr_epi8(8, 9, -1, 10, 11, -1, 12, 13, -1,
+                                                                14, 15, -1, -1, -1, -1, -1)),
+                       _mm_shuffle_epi8(last, _mm_setr_epi8(-1, -1, 8, -1, -1, 10, -1, -1, 12, -1,
+                                                            -1, 14, -1, -1, -1, -1))));
+  return true;
+}
+
+// Encodes 8 units that are four surrogate pairs into 16 bytes; false,
+// having written nothing, otherwise.
+inline bool EncodePairBlock(const uint16_t* s, uint8_t* d) {
+  const __m128i pairs = Load16(s);  // lane = high | low << 16
+  const __m128i marks = _mm_and_si128(pairs, _mm_set1_epi32(static_cast<int>(0xFC00FC00)));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi32(marks, _mm_set1_epi32(static_cast<int>(0xDC00D800)))) !=
+      0xFFFF) {
+    return false;
+  }
+  const __m128i ten = _mm_set1_epi32(0x3FF);
+  const __m128i six = _mm_set1_epi32(0x3F);
+  const __m128i mark = _mm_set1_epi32(0x80);
+  const __m128i value = _mm_add_epi32(_mm_or_si128(_mm_slli_epi32(_mm_and_si128(pairs, ten), 10),
+                                                   _mm_and_si128(_mm_srli_epi32(pairs, 16), ten)),
+                                      _mm_set1_epi32(static_cast<int>(kFirstSupplementary)));
+  __m128i bytes = _mm_or_si128(_mm_srli_epi32(value, 18), _mm_set1_epi32(0xF0));
+  bytes = _mm_or_si128(
+      bytes, _mm_slli_epi32(_mm_or_si128(_mm_and_si128(_mm_srli_epi32(value, 12), six), mark), 8));
+  bytes = _mm_or_si128(
+      bytes, _mm_slli_epi32(_mm_or_si128(_mm_and_si128(_mm_srli_epi32(value, 6), six), mark), 16));
+  bytes = _mm_or_si128(bytes, _mm_slli_epi32(_mm_or_si128(_mm_and_si128(value, six), mark), 24));
+  Store16(d, bytes);
+  return true;
+}
+
+// A block writes up to 17 bytes past its output; the more than 16 units left
+// after it (or after two blocks of 8) produce at least one byte each, and a
+// pair four for two units, which overwrite them.
 constexpr ptrdiff_t kEncodeBlockMargin = 16 + 16;
 
-// Encodes the characters that start in the next 16 units one at a time (the
-// blocks don't take surrogates).
-inline void EncodeSixteen(const uint16_t*& s, uint8_t*& d) {
-  for (const uint16_t* stop = s + 16; s < stop;) EncodeOne(s, d);
+// Encodes the characters that start in the next 8 units one at a time,
+// taking surrogate pairs four at a time wherever four come in a row.
+inline void EncodeEight(const uint16_t*& s, uint8_t*& d) {
+  for (const uint16_t* stop = s + 8; s < stop;) {
+    if (EncodePairBlock(s, d)) {
+      s += 8;
+      d += 16;
+    } else {
+      EncodeOne(s, d);
+    }
+  }
 }
 
 void EncodeZoneSse2(const uint16_t*& sRef, uint8_t*& dRef, const uint16_t* zoneEnd) {
@@ -524,7 +816,9 @@ void EncodeZoneSse2(const uint16_t*& sRef, uint8_t*& dRef, const uint16_t* zoneE
   uint8_t* d = dRef;
   while (zoneEnd - s > kEncodeBlockMargin) {
     EncodedBlock block;
-    if (NarrowAsciiBlock(s, d)) {
+    if (IsHighSurrogate(*s)) {  // emoji and other supplementary text
+      EncodeEight(s, d);
+    } else if (NarrowAsciiBlock(s, d)) {
       s += 16;
       d += 16;
     } else if (EncodeBlock(s, &block)) {
@@ -535,7 +829,7 @@ void EncodeZoneSse2(const uint16_t*& sRef, uint8_t*& dRef, const uint16_t* zoneE
         s += 8;
       }
     } else {
-      EncodeSixteen(s, d);
+      EncodeEight(s, d);
     }
   }
   while (s < zoneEnd) EncodeOne(s, d);
@@ -549,18 +843,38 @@ VOSYS_TARGET_SSSE3 void EncodeZoneSsse3(const uint16_t*& sRef, uint8_t*& dRef,
   uint8_t* d = dRef;
   while (zoneEnd - s > kEncodeBlockMargin) {
     EncodedBlock block;
-    if (NarrowAsciiBlock(s, d)) {
+    TwoByteLanes lanes;
+    size_t bytes;
+    // Emoji and other supplementary text first: the other blocks refuse it.
+    const bool supplementary = IsHighSurrogate(*s);
+    if (supplementary && (lanes = EncodeTwoByteLanes(s, d)).units != 0) {
+      s += lanes.units;
+      d += lanes.bytes;
+    } else if (NarrowAsciiBlock(s, d)) {
       s += 16;
       d += 16;
+    } else if ((bytes = EncodeUpToTwoBlock(s, d)) != 0) {
+      s += 8;
+      d += bytes;
+      if ((bytes = EncodeUpToTwoBlock(s, d)) != 0) {  // mixed text tends to go on
+        s += 8;
+        d += bytes;
+      }
+    } else if (EncodeThreeByteBlock(s, d)) {
+      s += 8;
+      d += 24;
+    } else if (!supplementary && (lanes = EncodeTwoByteLanes(s, d)).units != 0) {
+      s += lanes.units;
+      d += lanes.bytes;
     } else if (EncodeBlock(s, &block)) {
       d += PackEncodings(block, d);
       s += 8;
-      if (EncodeBlock(s, &block)) {  // mixed text tends to go on
+      if (EncodeBlock(s, &block)) {
         d += PackEncodings(block, d);
         s += 8;
       }
     } else {
-      EncodeSixteen(s, d);
+      EncodeEight(s, d);
     }
   }
   while (s < zoneEnd) EncodeOne(s, d);
@@ -586,8 +900,7 @@ void EncodeUnchecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d,
   }
 }
 
-int EncodeChecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d,
-                  const uint8_t* dstEnd) {
+int EncodeChecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d, const uint8_t* dstEnd) {
   while (s < srcEnd) {
     int used;
     const uint32_t value = ReadCharacter(s, srcEnd, &used);
@@ -601,19 +914,40 @@ int EncodeChecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d,
 
 // ===================================================================== whole strings
 
-// Length of a UTF-16 string, 8 units at a time. The aligned loads never cross
-// a page, but may read past the terminator within its 16 bytes, which the
-// address sanitizer would report.
-__attribute__((no_sanitize("address"))) size_t Utf16Length(const uint16_t* s) {
+// The aligned loads below never cross a page, but may read past the
+// terminator within their 64 bytes, which the address sanitizer would report.
+#define VOSYS_WHOLE_ALIGNED_BLOCKS __attribute__((no_sanitize("address")))
+
+VOSYS_WHOLE_ALIGNED_BLOCKS inline unsigned ZeroUnits(const uint16_t* p) {
+  const __m128i units = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128())));
+}
+
+// Length of a UTF-16 string, 32 units at a time once aligned.
+VOSYS_WHOLE_ALIGNED_BLOCKS size_t Utf16Length(const uint16_t* s) {
   const uint16_t* p = s;
   for (; reinterpret_cast<uintptr_t>(p) % 16 != 0; ++p) {
     if (*p == 0) return static_cast<size_t>(p - s);
   }
-  const __m128i zero = _mm_setzero_si128();
   for (;; p += 8) {
-    const __m128i units = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-    const unsigned zeros = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, zero)));
-    if (zeros != 0) return static_cast<size_t>(p - s) + CountTrailingZeros(zeros) / 2;
+    if (const unsigned zeros = ZeroUnits(p)) {
+      return static_cast<size_t>(p - s) + CountTrailingZeros(zeros) / 2;
+    }
+    if (reinterpret_cast<uintptr_t>(p + 8) % 64 == 0) break;
+  }
+  const __m128i zero = _mm_setzero_si128();
+  for (p += 8;; p += 32) {
+    const auto* v = reinterpret_cast<const __m128i*>(p);
+    const __m128i any = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(_mm_load_si128(v), zero),
+                                                  _mm_cmpeq_epi16(_mm_load_si128(v + 1), zero)),
+                                     _mm_or_si128(_mm_cmpeq_epi16(_mm_load_si128(v + 2), zero),
+                                                  _mm_cmpeq_epi16(_mm_load_si128(v + 3), zero)));
+    if (_mm_movemask_epi8(any) == 0) continue;
+    for (int i = 0; i < 32; i += 8) {
+      if (const unsigned zeros = ZeroUnits(p + i)) {
+        return static_cast<size_t>(p + i - s) + CountTrailingZeros(zeros) / 2;
+      }
+    }
   }
 }
 
@@ -630,12 +964,11 @@ size_t Utf8Size(const uint16_t* s, size_t n) {
   return bytes;
 }
 
-// Gives back most of a generous buffer once the size is known.
-template <typename T>
-T* TrimBuffer(T* buffer, size_t capacity, size_t used) {
-  if (capacity - used <= capacity / 4 + 64) return buffer;
-  void* smaller = realloc(buffer, used * sizeof(T));
-  return smaller ? static_cast<T*>(smaller) : buffer;
+// Gives back most of a generous buffer once the size is known. A failure
+// keeps the larger block, which serves as well.
+unsigned char* TrimBuffer(unsigned char* buffer, size_t capacity, size_t used) {
+  if (capacity - used > capacity / 4 + 64) MmRealloc(&buffer, used);
+  return buffer;
 }
 
 int TooLong(size_t bytes) {
@@ -659,8 +992,8 @@ int ConvertUTF16toUTF8(const unsigned short** src, const unsigned short* srcEnd,
   return rc;
 }
 
-int ConvertUTF8toUTF16(const unsigned char** src, const unsigned char* srcEnd,
-                       unsigned short** dst, const unsigned short* dstEnd) {
+int ConvertUTF8toUTF16(const unsigned char** src, const unsigned char* srcEnd, unsigned short** dst,
+                       const unsigned short* dstEnd) {
   const uint8_t* s = *src;
   uint16_t* d = *dst;
   DecodeUnchecked(s, srcEnd, d, dstEnd);

@@ -94,6 +94,18 @@ int FindUnit(const unsigned short* s, int from, int to, unsigned short c) {
   return -1;
 }
 
+// Appending into spare room of a private body is the common case of building
+// a string piece by piece: done here without the general edit's bookkeeping.
+bool TryAppendInPlace(PRIV* p, const unsigned short* s, int n) {
+  if (p->refs != 1 || IsInBlock(p, s)) return false;
+  if (2 * (static_cast<int64_t>(p->length) + n) + 4 > p->capacity) return false;
+  unsigned short* at = p->text + p->length;
+  memcpy(at, s, static_cast<size_t>(n) * sizeof(unsigned short));
+  at[n] = 0;
+  p->length += n;
+  return true;
+}
+
 bool InSet(const VOSTRING& set, unsigned short c) {
   const unsigned short* p = set;
   for (; *p; ++p)
@@ -434,6 +446,7 @@ VOSTRING& VOSTRING::operator=(const char* s) {
 VOSTRING& VOSTRING::operator=(TEXTID id) { return *this = TEXTRES::GetString(id); }
 
 VOSTRING& VOSTRING::operator+=(const VOSTRING& s) {
+  if (TryAppendInPlace(m_priv, s.m_priv->text, s.m_priv->length)) return *this;
   // The operand may be this very string: ReplaceUnits copies a source that
   // lies in the block it is about to move.
   ReplaceRange(m_priv->length, m_priv->length - 1, s.m_priv->text, s.m_priv->length);
@@ -441,7 +454,9 @@ VOSTRING& VOSTRING::operator+=(const VOSTRING& s) {
 }
 
 VOSTRING& VOSTRING::operator+=(const unsigned short* s) {
-  if (s) ReplaceRange(m_priv->length, m_priv->length - 1, s, ucstrlen(s));
+  if (!s) return *this;
+  const int n = ucstrlen(s);
+  if (!TryAppendInPlace(m_priv, s, n)) ReplaceRange(m_priv->length, m_priv->length - 1, s, n);
   return *this;
 }
 
@@ -460,7 +475,14 @@ VOSTRING& VOSTRING::operator+=(const char* s) {
 }
 
 VOSTRING& VOSTRING::operator+=(unsigned short c) {
-  if (c) ReplaceRange(m_priv->length, m_priv->length - 1, &c, 1);
+  PRIV* p = m_priv;
+  if (!c) return *this;
+  if (p->refs == 1 && 2 * p->length + 6 <= p->capacity) {
+    p->text[p->length++] = c;
+    p->text[p->length] = 0;
+  } else {
+    ReplaceRange(p->length, p->length - 1, &c, 1);
+  }
   return *this;
 }
 

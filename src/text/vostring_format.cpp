@@ -350,7 +350,7 @@ int VOSTRING::PRIV::Replace(int first, int last, const char* text) {
   last = first == length ? first - 1 : std::min(last, length - 1);
   size_t n = text ? strlen(text) : 0;
   if (n > kMaxNarrow) return SETERR(VOERROR_InvalidArgument);
-  unsigned short stackUnits[kNarrowStackUnits];
+  unsigned short stackUnits[kNarrowStackUnits] = {};
   unsigned short* units = stackUnits;
   if (n > kNarrowStackUnits) {
     void* block = nullptr;

@@ -1,0 +1,127 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks and prints throughput tables with ratios.
+
+UTF converters: each of our functions against ICU (u_strFromUTF8 /
+u_strToUTF8) and, on ASCII, against memcpy of the same buffer. VOSTRING:
+against std::u16string and icu::UnicodeString.
+
+    bench/report.py [BENCH_DIR] [--repetitions N] [--stat best|median]
+
+BENCH_DIR holds utf_bench and vostring_bench (default: build-rel/bench under
+the source tree). Each benchmark runs N times in one process; the table shows
+the best (default) or the median throughput of the runs, which keeps a busy
+machine from skewing the ratios.
+"""
+
+import argparse
+import json
+import os
+import statistics
+import subprocess
+import sys
+from collections import defaultdict
+
+UTF_OURS = {
+    "utf8_to_utf16": ["ConvertUTF8toUTF16", "MucConvertUTF8ToUnicode"],
+    "utf16_to_utf8": ["ConvertUTF16toUTF8", "MucConvertUnicodeToUTF8"],
+}
+UTF_OTHERS = ["icu", "iconv", "memcpy"]
+CORPORA = ["ascii", "latin", "cyrillic", "cjk", "emoji"]
+
+
+def run_benchmark(binary, repetitions, extra):
+    cmd = [binary, "--benchmark_format=json",
+           "--benchmark_repetitions=%d" % repetitions] + extra
+    out = subprocess.run(cmd, check=True, stdout=subprocess.PIPE,
+                         stderr=subprocess.DEVNULL, text=True).stdout
+    runs = defaultdict(list)
+    for entry in json.loads(out)["benchmarks"]:
+        if entry.get("run_type", "iteration") != "iteration" or entry.get("error_occurred"):
+            continue
+        runs[entry["run_name"]].append(entry["bytes_per_second"])
+    return runs
+
+
+def summarize(runs, stat):
+    pick = max if stat == "best" else statistics.median
+    return {name: pick(values) for name, values in runs.items()}
+
+
+def gbps(value):
+    return "%7.2f" % (value / 1e9) if value else "      -"
+
+
+def ratio(a, b):
+    return "%6.2fx" % (a / b) if a and b else "     -"
+
+
+def print_table(header, rows):
+    widths = [max(len(str(r[i])) for r in [header] + rows) for i in range(len(header))]
+
+    def line(r):
+        return "  ".join(str(c).rjust(w) for c, w in zip(r, widths))
+
+    print(line(header))
+    print("  ".join("-" * w for w in widths))
+    for r in rows:
+        print(line(r))
+    print()
+
+
+def utf_report(results):
+    labels = ["stream", "heap"]
+    for direction, ours in UTF_OURS.items():
+        header = (["corpus"] + labels + UTF_OTHERS + ["%s/icu" % l for l in labels] +
+                  ["%s/memcpy" % l for l in labels])
+        rows = []
+        for corpus in CORPORA:
+            def get(impl):
+                return results.get("%s/%s/%s" % (direction, impl, corpus))
+            row = [corpus] + [gbps(get(i)) for i in ours + UTF_OTHERS]
+            row += [ratio(get(o), get("icu")) for o in ours]
+            row += [ratio(get(o), get("memcpy")) if corpus == "ascii" else "" for o in ours]
+            rows.append(row)
+        print("%s: throughput in GB/s of UTF-8 text (stream = %s, heap = %s)"
+              % (direction, ours[0], ours[1]))
+        print_table(header, rows)
+
+
+def vostring_report(results):
+    cases = defaultdict(dict)
+    for name, value in results.items():
+        op, impl, length = name.split("/")
+        cases[(op.replace("vostring_", ""), int(length))][impl] = value
+    header = ["operation", "length", "vosys", "std", "icu", "vosys/std", "vosys/icu"]
+    rows = []
+    for (op, length), v in sorted(cases.items()):
+        rows.append([op, length, gbps(v.get("vosys")), gbps(v.get("std")), gbps(v.get("icu")),
+                     ratio(v.get("vosys"), v.get("std")), ratio(v.get("vosys"), v.get("icu"))])
+    print("VOSTRING: throughput in GB/s of UTF-16 text")
+    print_table(header, rows)
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("bench_dir", nargs="?",
+                        default=os.path.join(here, "..", "build-rel", "bench"))
+    parser.add_argument("--repetitions", type=int, default=3)
+    parser.add_argument("--stat", choices=["best", "median"], default="best")
+    parser.add_argument("--min-time", default="0.2",
+                        help="seconds per benchmark run (--benchmark_min_time)")
+    args = parser.parse_args()
+    extra = ["--benchmark_min_time=%s" % args.min_time]
+
+    found = False
+    for name, report in [("utf_bench", utf_report), ("vostring_bench", vostring_report)]:
+        binary = os.path.join(args.bench_dir, name)
+        if not os.access(binary, os.X_OK):
+            print("%s: not built in %s" % (name, args.bench_dir), file=sys.stderr)
+            continue
+        found = True
+        report(summarize(run_benchmark(binary, args.repetitions, extra), args.stat))
+    return 0 if found else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,287 @@
+// Throughput of the UTF-8 <-> UTF-16 converters against ICU, glibc's iconv and
+// memcpy, on five generated corpora of about 1 MB of UTF-8 each.
+//
+// Names read "<direction>/<implementation>/<corpus>". Every benchmark of a
+// corpus counts the corpus's UTF-8 size as its bytes processed, whichever the
+// direction, so that throughputs compare as times. memcpy copies the same
+// source buffer as the converters of its direction.
+#include <benchmark/benchmark.h>
+#include <iconv.h>
+#include <unicode/ustring.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vosystem/ucstring.h"
+
+namespace {
+
+constexpr size_t kCorpusBytes = 1 << 20;
+
+// ---------------------------------------------------------------- corpora
+
+struct Corpus {
+  std::string name;
+  std::string utf8;
+  std::u16string utf16;
+};
+
+void AppendUtf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out += static_cast<char>(c);
+  } else if (c < 0x800) {
+    out += static_cast<char>(0xC0 | (c >> 6));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += static_cast<char>(0xE0 | (c >> 12));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (c >> 18));
+    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  }
+}
+
+void AppendUtf16(std::u16string& out, char32_t c) {
+  if (c < 0x10000) {
+    out += static_cast<char16_t>(c);
+  } else {
+    out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+    out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+  }
+}
+
+// Draws one letter of a word; the corpus is words of 2 to 10 letters, each
+// followed by a space, with a full stop and a line feed now and then.
+using LetterSource = char32_t (*)(std::mt19937&);
+
+Corpus MakeCorpus(const std::string& name, LetterSource letter, int space_every = 0) {
+  std::mt19937 rng(12345);
+  Corpus c{name, {}, {}};
+  auto put = [&c](char32_t ch) {
+    AppendUtf8(c.utf8, ch);
+    AppendUtf16(c.utf16, ch);
+  };
+  while (c.utf8.size() < kCorpusBytes) {
+    const int len = space_every ? space_every : 2 + static_cast<int>(rng() % 9);
+    for (int i = 0; i < len; ++i) put(letter(rng));
+    if (rng() % 12 == 0) put(U'.');
+    put(rng() % 16 == 0 ? U'\n' : U' ');
+  }
+  return c;
+}
+
+char32_t AsciiLetter(std::mt19937& rng) {
+  return U'a' + rng() % 26;
+}
+
+// Mostly ASCII with about one accented letter in twelve, as in French or German.
+char32_t LatinLetter(std::mt19937& rng) {
+  static const char32_t kAccented[] = {U'é', U'è', U'à', U'ç', U'ü', U'ö', U'ä', U'ß', U'ô', U'ñ'};
+  return rng() % 12 == 0 ? kAccented[rng() % 10] : AsciiLetter(rng);
+}
+
+char32_t CyrillicLetter(std::mt19937& rng) {
+  return 0x0410 + rng() % 64;
+}
+
+// CJK text has few spaces; most punctuation is itself three bytes.
+char32_t CjkLetter(std::mt19937& rng) {
+  const unsigned r = rng() % 100;
+  if (r < 3) return r == 0 ? 0x3001 : 0x3002;
+  return 0x4E00 + rng() % 0x5200;
+}
+
+char32_t EmojiLetter(std::mt19937& rng) {
+  return 0x1F300 + rng() % 0x350;
+}
+
+const std::vector<Corpus>& Corpora() {
+  static const std::vector<Corpus> corpora = {
+      MakeCorpus("ascii", AsciiLetter),       MakeCorpus("latin", LatinLetter),
+      MakeCorpus("cyrillic", CyrillicLetter), MakeCorpus("cjk", CjkLetter, 40),
+      MakeCorpus("emoji", EmojiLetter, 5),
+  };
+  return corpora;
+}
+
+// ---------------------------------------------------------------- UTF-8 -> UTF-16
+
+void SetThroughput(benchmark::State& state, const Corpus& c) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(c.utf8.size()));
+}
+
+void Utf8ToUtf16Stream(benchmark::State& state, const Corpus* c) {
+  std::vector<unsigned short> out(c->utf8.size() + 1);
+  const auto* begin = reinterpret_cast<const unsigned char*>(c->utf8.data());
+  for (auto _ : state) {
+    const unsigned char* s = begin;
+    unsigned short* d = out.data();
+    int rc = ConvertUTF8toUTF16(&s, begin + c->utf8.size(), &d, out.data() + out.size());
+    benchmark::DoNotOptimize(rc);
+    benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf8ToUtf16Muc(benchmark::State& state, const Corpus* c) {
+  for (auto _ : state) {
+    unsigned short* out = nullptr;
+    int n = MucConvertUTF8ToUnicode(c->utf8.c_str(), &out);
+    benchmark::DoNotOptimize(n);
+    free(out);
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf8ToUtf16Icu(benchmark::State& state, const Corpus* c) {
+  std::vector<UChar> out(c->utf8.size() + 1);
+  for (auto _ : state) {
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t len = 0;
+    u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), &len, c->utf8.data(),
+                  static_cast<int32_t>(c->utf8.size()), &err);
+    benchmark::DoNotOptimize(len);
+    benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+void RunIconv(benchmark::State& state, const Corpus& c, const char* to, const char* from,
+              const void* src, size_t srcBytes, size_t dstBytes) {
+  iconv_t cd = iconv_open(to, from);
+  if (cd == reinterpret_cast<iconv_t>(-1)) {
+    state.SkipWithError("iconv_open failed");
+    return;
+  }
+  std::vector<char> out(dstBytes);
+  for (auto _ : state) {
+    char* in = const_cast<char*>(static_cast<const char*>(src));
+    size_t inLeft = srcBytes;
+    char* o = out.data();
+    size_t outLeft = out.size();
+    size_t rc = iconv(cd, &in, &inLeft, &o, &outLeft);
+    benchmark::DoNotOptimize(rc);
+    benchmark::ClobberMemory();
+  }
+  iconv_close(cd);
+  SetThroughput(state, c);
+}
+
+void Utf8ToUtf16Iconv(benchmark::State& state, const Corpus* c) {
+  RunIconv(state, *c, "UTF-16LE", "UTF-8", c->utf8.data(), c->utf8.size(),
+           2 * (c->utf8.size() + 1));
+}
+
+void Memcpy(benchmark::State& state, const Corpus* c, const void* src, size_t bytes) {
+  std::vector<char> out(bytes);
+  for (auto _ : state) {
+    memcpy(out.data(), src, bytes);
+    benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf8Memcpy(benchmark::State& state, const Corpus* c) {
+  Memcpy(state, c, c->utf8.data(), c->utf8.size());
+}
+
+// ---------------------------------------------------------------- UTF-16 -> UTF-8
+
+const unsigned short* Units(const Corpus& c) {
+  return reinterpret_cast<const unsigned short*>(c.utf16.c_str());
+}
+
+void Utf16ToUtf8Stream(benchmark::State& state, const Corpus* c) {
+  std::vector<unsigned char> out(c->utf16.size() * 3 + 1);
+  for (auto _ : state) {
+    const unsigned short* s = Units(*c);
+    unsigned char* d = out.data();
+    int rc = ConvertUTF16toUTF8(&s, Units(*c) + c->utf16.size(), &d, out.data() + out.size());
+    benchmark::DoNotOptimize(rc);
+    benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf16ToUtf8Muc(benchmark::State& state, const Corpus* c) {
+  for (auto _ : state) {
+    char* out = nullptr;
+    int n = MucConvertUnicodeToUTF8(Units(*c), &out);
+    benchmark::DoNotOptimize(n);
+    free(out);
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf16ToUtf8Icu(benchmark::State& state, const Corpus* c) {
+  std::vector<char> out(c->utf16.size() * 3 + 1);
+  for (auto _ : state) {
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t len = 0;
+    u_strToUTF8(out.data(), static_cast<int32_t>(out.size()), &len, c->utf16.data(),
+                static_cast<int32_t>(c->utf16.size()), &err);
+    benchmark::DoNotOptimize(len);
+    benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+void Utf16ToUtf8Iconv(benchmark::State& state, const Corpus* c) {
+  RunIconv(state, *c, "UTF-8", "UTF-16LE", c->utf16.data(), c->utf16.size() * 2,
+           c->utf16.size() * 3 + 1);
+}
+
+void Utf16Memcpy(benchmark::State& state, const Corpus* c) {
+  Memcpy(state, c, c->utf16.data(), c->utf16.size() * 2);
+}
+
+// ---------------------------------------------------------------- registration
+
+using BenchFn = void (*)(benchmark::State&, const Corpus*);
+
+struct Entry {
+  const char* direction;
+  const char* implementation;
+  BenchFn fn;
+};
+
+const Entry kEntries[] = {
+    {"utf8_to_utf16", "ConvertUTF8toUTF16", Utf8ToUtf16Stream},
+    {"utf8_to_utf16", "MucConvertUTF8ToUnicode", Utf8ToUtf16Muc},
+    {"utf8_to_utf16", "icu", Utf8ToUtf16Icu},
+    {"utf8_to_utf16", "iconv", Utf8ToUtf16Iconv},
+    {"utf8_to_utf16", "memcpy", Utf8Memcpy},
+    {"utf16_to_utf8", "ConvertUTF16toUTF8", Utf16ToUtf8Stream},
+    {"utf16_to_utf8", "MucConvertUnicodeToUTF8", Utf16ToUtf8Muc},
+    {"utf16_to_utf8", "icu", Utf16ToUtf8Icu},
+    {"utf16_to_utf8", "iconv", Utf16ToUtf8Iconv},
+    {"utf16_to_utf8", "memcpy", Utf16Memcpy},
+};
+
+void RegisterAll() {
+  for (const Corpus& c : Corpora()) {
+    for (const Entry& e : kEntries) {
+      const std::string name = std::string(e.direction) + "/" + e.implementation + "/" + c.name;
+      benchmark::RegisterBenchmark(name.c_str(), e.fn, &c)->Unit(benchmark::kMicrosecond);
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  RegisterAll();
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
