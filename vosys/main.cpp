@@ -29,7 +29,9 @@ const char kUsage[] =
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
-VOSTRING FromUtf8(const char* s) { return VOSTRING(s, CHAR_ENCODING_UTF8); }
+VOSTRING FromUtf8(const char* s) {
+  return VOSTRING(s, CHAR_ENCODING_UTF8);
+}
 
 void PrintLine(const VOSTRING& s) {
   char* utf8 = s.GetEncoded(CHAR_ENCODING_UTF8);

@@ -77,7 +77,9 @@ PRIV* ShareEmpty() {
   return p;
 }
 
-int ClipLast(int last, int length) { return last >= length ? length - 1 : last; }
+int ClipLast(int last, int length) {
+  return last >= length ? length - 1 : last;
+}
 
 // Index of the first unit equal to c in s[from, to), or -1. Eight units at a
 // time: searching is on the hot path of parsers built on the string class.
@@ -104,6 +106,19 @@ bool TryAppendInPlace(PRIV* p, const unsigned short* s, int n) {
   at[n] = 0;
   p->length += n;
   return true;
+}
+
+// Index of the first unit where a and b differ within [0, n), or n.
+int FindMismatch(const unsigned short* a, const unsigned short* b, int n) {
+  int i = 0;
+  for (; i + 8 <= n; i += 8) {
+    __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
+    __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
+    int equal = _mm_movemask_epi8(_mm_cmpeq_epi16(va, vb));
+    if (equal != 0xFFFF) return i + __builtin_ctz(~static_cast<unsigned>(equal)) / 2;
+  }
+  while (i < n && a[i] == b[i]) ++i;
+  return i;
 }
 
 bool InSet(const VOSTRING& set, unsigned short c) {
@@ -213,19 +228,24 @@ void VOSTRING::Attach(PRIV* body) {
   m_text = body->text;
 }
 
-VOSTRING::VOSTRING() { Attach(ShareEmpty()); }
+VOSTRING::VOSTRING() {
+  Attach(ShareEmpty());
+}
 
-VOSTRING::VOSTRING(PRIV* body) { Attach(body); }
+VOSTRING::VOSTRING(PRIV* body) {
+  Attach(body);
+}
 
 VOSTRING::VOSTRING(const VOSTRING& other) {
   ++other.m_priv->refs;
   Attach(other.m_priv);
 }
 
-VOSTRING::VOSTRING(const unsigned short* s) { Attach(PRIV::Create(s, s ? ucstrlen(s) : 0)); }
+VOSTRING::VOSTRING(const unsigned short* s) {
+  Attach(PRIV::Create(s, s ? ucstrlen(s) : 0));
+}
 
-VOSTRING::VOSTRING(const char16_t* s)
-    : VOSTRING(reinterpret_cast<const unsigned short*>(s)) {}
+VOSTRING::VOSTRING(const char16_t* s) : VOSTRING(reinterpret_cast<const unsigned short*>(s)) {}
 
 VOSTRING::VOSTRING(const char* s) {
   Attach(PRIV::CreateWidened(s, s ? static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits)) : 0));
@@ -248,14 +268,18 @@ VOSTRING::VOSTRING(double value) {
 
 VOSTRING::VOSTRING(TEXTID id) : VOSTRING(TEXTRES::GetString(id)) {}
 
-VOSTRING::~VOSTRING() { ReleaseBody(m_priv); }
+VOSTRING::~VOSTRING() {
+  ReleaseBody(m_priv);
+}
 
 const VOSTRING& VOSTRING::GetEmpty() {
   static const VOSTRING s_empty;
   return s_empty;
 }
 
-void VOSTRING::GetExclusive() { MakeExclusive(); }
+void VOSTRING::GetExclusive() {
+  MakeExclusive();
+}
 
 bool VOSTRING::MakeExclusive() {
   if (m_priv->refs <= 1) return true;
@@ -283,17 +307,27 @@ bool VOSTRING::MakeExclusive() {
 
 // ---------------------------------------------------------------- reading
 
-VOSTRING::operator const unsigned short*() const { return m_priv->text; }
-const unsigned short* VOSTRING::GetReference() const { return m_priv->text; }
+VOSTRING::operator const unsigned short*() const {
+  return m_priv->text;
+}
+const unsigned short* VOSTRING::GetReference() const {
+  return m_priv->text;
+}
 
 const unsigned short& VOSTRING::operator[](int index) const {
   if (index < 0 || index > m_priv->length) return PRIV::s_zero;
   return m_priv->text[index];
 }
 
-int VOSTRING::GetLength() const { return m_priv->length; }
-bool VOSTRING::IsEmpty() const { return m_priv->length == 0; }
-unsigned short* VOSTRING::GetString() const { return ucstrdup(m_priv->text); }
+int VOSTRING::GetLength() const {
+  return m_priv->length;
+}
+bool VOSTRING::IsEmpty() const {
+  return m_priv->length == 0;
+}
+unsigned short* VOSTRING::GetString() const {
+  return ucstrdup(m_priv->text);
+}
 
 double VOSTRING::ConvertToDouble() const {
   char* narrow = GetEncoded(CHAR_ENCODING_ASCII);
@@ -302,7 +336,9 @@ double VOSTRING::ConvertToDouble() const {
   return value;
 }
 
-VOSTRING VOSTRING::GetSubString(int first) const { return GetSubString(first, 0x7FFFFFFF); }
+VOSTRING VOSTRING::GetSubString(int first) const {
+  return GetSubString(first, 0x7FFFFFFF);
+}
 
 VOSTRING VOSTRING::GetSubString(int first, int last) const {
   const int length = m_priv->length;
@@ -314,7 +350,11 @@ VOSTRING VOSTRING::GetSubString(int first, int last) const {
 // ---------------------------------------------------------------- comparing
 
 int VOSTRING::Compare(const VOSTRING& other) const {
-  return ucstrcmp(m_priv->text, other.m_priv->text);
+  // The result of ucstrcmp, found with the lengths known: the terminator of
+  // the shorter text is the first unit that differs when all before agree.
+  const int n = std::min(m_priv->length, other.m_priv->length) + 1;
+  const int i = FindMismatch(m_priv->text, other.m_priv->text, n);
+  return i == n ? 0 : m_priv->text[i] - other.m_priv->text[i];
 }
 
 int VOSTRING::Compare(const VOSTRING& other, int n) const {
@@ -358,8 +398,7 @@ int VOSTRING::FindNextOf(const VOSTRING& str, int start) const {
   for (int i = start; i <= lastStart;) {
     i = FindUnit(s, i, lastStart + 1, pat[0]);
     if (i < 0) return -1;
-    if (memcmp(s + i, pat, static_cast<size_t>(patLength) * sizeof(unsigned short)) == 0)
-      return i;
+    if (memcmp(s + i, pat, static_cast<size_t>(patLength) * sizeof(unsigned short)) == 0) return i;
     ++i;
   }
   return -1;
@@ -443,7 +482,9 @@ VOSTRING& VOSTRING::operator=(const char* s) {
   return *this;
 }
 
-VOSTRING& VOSTRING::operator=(TEXTID id) { return *this = TEXTRES::GetString(id); }
+VOSTRING& VOSTRING::operator=(TEXTID id) {
+  return *this = TEXTRES::GetString(id);
+}
 
 VOSTRING& VOSTRING::operator+=(const VOSTRING& s) {
   if (TryAppendInPlace(m_priv, s.m_priv->text, s.m_priv->length)) return *this;
@@ -601,7 +642,9 @@ int VOSTRING::Reserve(int units) {
 
 namespace {
 
-bool IsLineEnd(unsigned short c) { return c == kCR || c == kLF; }
+bool IsLineEnd(unsigned short c) {
+  return c == kCR || c == kLF;
+}
 
 // The text with every line end of the other kind made `want`. A lone `other`
 // becomes `want`; one that touches a `want` in the original text is part of a

@@ -31,9 +31,13 @@ char* NarrowToBytes(const unsigned short* s, int n) {
 
 }  // namespace
 
-VOSTRING::VOSTRING(const STRUTF8& s) : VOSTRING() { Assign(static_cast<const char*>(s), CHAR_ENCODING_UTF8); }
+VOSTRING::VOSTRING(const STRUTF8& s) : VOSTRING() {
+  Assign(static_cast<const char*>(s), CHAR_ENCODING_UTF8);
+}
 
-VOSTRING::VOSTRING(const void* src, CHAR_ENCODING e) : VOSTRING() { Assign(src, e); }
+VOSTRING::VOSTRING(const void* src, CHAR_ENCODING e) : VOSTRING() {
+  Assign(src, e);
+}
 
 VOSTRING& VOSTRING::operator=(const STRUTF8& s) {
   Assign(static_cast<const char*>(s), CHAR_ENCODING_UTF8);

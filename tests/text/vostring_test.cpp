@@ -96,6 +96,21 @@ TEST(VostringCompare, ResultsAndPositions) {
   EXPECT_EQ(VOSTRING("xxABC").CompareNoCase(2, abc, 0, 0x7FFFFFFF), 0);
   EXPECT_TRUE(VOSTRING("abc") == VOSTRING(u"abc"));
   EXPECT_TRUE(ab != abc);
+
+  // The whole-string comparison gives exactly what ucstrcmp gives.
+  std::mt19937 rng(11);
+  for (int round = 0; round < 2000; ++round) {
+    std::u16string a, b;
+    int common = static_cast<int>(rng() % 40);
+    for (int i = 0; i < common; ++i) a += static_cast<char16_t>(1 + rng() % 0xFFFE);
+    b = a;
+    for (int i = static_cast<int>(rng() % 3); i > 0; --i)
+      a += static_cast<char16_t>(1 + rng() % 0xFFFE);
+    for (int i = static_cast<int>(rng() % 3); i > 0; --i)
+      b += static_cast<char16_t>(1 + rng() % 0xFFFE);
+    VOSTRING va(a.c_str()), vb(b.c_str());
+    ASSERT_EQ(va.Compare(vb), ucstrcmp(va, vb));
+  }
 }
 
 TEST(VostringSearch, AgreesWithStdU16String) {
