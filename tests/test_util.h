@@ -23,6 +23,8 @@ inline std::u16string U16(const VOSTRING& s) {
   return std::u16string(reinterpret_cast<const char16_t*>(p), s.GetLength());
 }
 
-inline void PrintTo(const VOSTRING& s, std::ostream* os) { *os << '"' << U8(s) << '"'; }
+inline void PrintTo(const VOSTRING& s, std::ostream* os) {
+  *os << '"' << U8(s) << '"';
+}
 
 #endif

@@ -15,14 +15,14 @@ class VOSTRING;
 // Error codes raised by the library itself. The numbers are the keys of the
 // message texts, so they never change.
 enum VOERROR : int {
-  VOERROR_MessageOnly = -1000,     // the message is all the text: no code or module lines
-  VOERROR_PathUnusable = -1001,    // empty path, or path that can't be encoded
+  VOERROR_MessageOnly = -1000,   // the message is all the text: no code or module lines
+  VOERROR_PathUnusable = -1001,  // empty path, or path that can't be encoded
   VOERROR_DiskQuota = -1009,
   VOERROR_FileTooLarge = -1010,
   VOERROR_PermissionDenied = -1011,
   VOERROR_TimedOut = -1013,
   VOERROR_FileTableFull = -1014,
-  VOERROR_OutOfMemory = -1015,     // one placeholder: the size asked for, in bytes
+  VOERROR_OutOfMemory = -1015,  // one placeholder: the size asked for, in bytes
   VOERROR_CannotCreate = -1101,
   VOERROR_FileNotFound = -1102,
   VOERROR_TooManyOpenFiles = -1103,

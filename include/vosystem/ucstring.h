@@ -60,9 +60,9 @@ VOSYS_API int ucConvertSlashes(unsigned short* s, int* removed);
 
 // Result codes of the two stream converters.
 enum {
-  UTFCONV_OK = 0,            // the source is all converted
+  UTFCONV_OK = 0,              // the source is all converted
   UTFCONV_SOURCE_PARTIAL = 1,  // the source ends inside a multi-byte sequence
-  UTFCONV_TARGET_FULL = 2    // the target is full; call again with more room
+  UTFCONV_TARGET_FULL = 2      // the target is full; call again with more room
 };
 
 // Stream converters with in/out pointers: on return they stand after the last

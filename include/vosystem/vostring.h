@@ -57,12 +57,38 @@ enum STR_OP : int {
   STR_FILL_SPACE = 17,
   STR_FILL_ZERO = 18,
   STR_PREC_NONE = 19,
-  STR_PREC0, STR_PREC1, STR_PREC2, STR_PREC3, STR_PREC4, STR_PREC5, STR_PREC6, STR_PREC7,
-  STR_PREC8, STR_PREC9, STR_PREC10, STR_PREC11, STR_PREC12, STR_PREC13, STR_PREC14,
-  STR_PREC15, STR_PREC16,
+  STR_PREC0,
+  STR_PREC1,
+  STR_PREC2,
+  STR_PREC3,
+  STR_PREC4,
+  STR_PREC5,
+  STR_PREC6,
+  STR_PREC7,
+  STR_PREC8,
+  STR_PREC9,
+  STR_PREC10,
+  STR_PREC11,
+  STR_PREC12,
+  STR_PREC13,
+  STR_PREC14,
+  STR_PREC15,
+  STR_PREC16,
   STR_WIDTH0 = 40,
-  STR_WIDTH1, STR_WIDTH2, STR_WIDTH3, STR_WIDTH4, STR_WIDTH5, STR_WIDTH6, STR_WIDTH7,
-  STR_WIDTH8, STR_WIDTH9, STR_WIDTH10, STR_WIDTH11, STR_WIDTH12, STR_WIDTH13, STR_WIDTH14,
+  STR_WIDTH1,
+  STR_WIDTH2,
+  STR_WIDTH3,
+  STR_WIDTH4,
+  STR_WIDTH5,
+  STR_WIDTH6,
+  STR_WIDTH7,
+  STR_WIDTH8,
+  STR_WIDTH9,
+  STR_WIDTH10,
+  STR_WIDTH11,
+  STR_WIDTH12,
+  STR_WIDTH13,
+  STR_WIDTH14,
   STR_WIDTH15
 };
 
@@ -79,8 +105,8 @@ class VOSYS_API VOSTRING {
   explicit VOSTRING(int value);       // decimal text
   explicit VOSTRING(unsigned int value);
   explicit VOSTRING(double value);
-  explicit VOSTRING(TEXTID id);       // the text resource of that number
-  VOSTRING(const STRUTF8& s);         // decodes UTF-8
+  explicit VOSTRING(TEXTID id);                // the text resource of that number
+  VOSTRING(const STRUTF8& s);                  // decodes UTF-8
   VOSTRING(const void* src, CHAR_ENCODING e);  // decodes from an encoding
   ~VOSTRING();
 

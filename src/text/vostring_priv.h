@@ -20,7 +20,7 @@ struct VOSTRING::PRIV {
   int percentScan = 0;  // where the search for "%" starts
   int substOff = 0;     // non-zero: every insertion appends
   int signP = 0, signC = 0;
-  int alignP = 0, alignC = 0;  // 0 default, 1 right, 2 left
+  int alignP = 0, alignC = 0;   // 0 default, 1 right, 2 left
   uint16_t percentSuspend = 0;  // while above 0 "%" placeholders are not looked at
   int16_t precP = -1, precC = -1;
   uint8_t widthP = 0, widthC = 0;
