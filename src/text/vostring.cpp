@@ -121,6 +121,19 @@ int FindMismatch(const unsigned short* a, const unsigned short* b, int n) {
   return i;
 }
 
+// Puts the bytes of s, widened, in place of the body's text from `at` on
+// (at <= length), reusing the block. False if no room could be had (nothing
+// changed then); a null s leaves the text cut at `at`.
+bool WidenInto(PRIV* p, int at, const char* s) {
+  const int n = s ? static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits - at)) : 0;
+  if (p->Reserve(at + n) < 0) return false;
+  unsigned short* out = p->text + at;
+  for (int i = 0; i < n; ++i) out[i] = static_cast<unsigned char>(s[i]);
+  out[n] = 0;
+  p->length = at + n;
+  return true;
+}
+
 bool InSet(const VOSTRING& set, unsigned short c) {
   const unsigned short* p = set;
   for (; *p; ++p)
@@ -470,14 +483,7 @@ VOSTRING& VOSTRING::operator=(const char16_t* s) {
 }
 
 VOSTRING& VOSTRING::operator=(const char* s) {
-  if (!MakeExclusive()) return *this;
-  int n = s ? static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits)) : 0;
-  if (m_priv->Reserve(n) == 0) {
-    for (int i = 0; i < n; ++i) m_priv->text[i] = static_cast<unsigned char>(s[i]);
-    m_priv->text[n] = 0;
-    m_priv->length = n;
-    m_priv->LowerScans(0);
-  }
+  if (MakeExclusive() && WidenInto(m_priv, 0, s)) m_priv->LowerScans(0);
   m_text = m_priv->text;
   return *this;
 }
@@ -502,28 +508,14 @@ VOSTRING& VOSTRING::operator+=(const unsigned short* s) {
 }
 
 VOSTRING& VOSTRING::operator+=(const char* s) {
-  if (!s) return *this;
-  if (!MakeExclusive()) return *this;
-  int n = static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits));
-  if (m_priv->Reserve(m_priv->length + n) == 0) {
-    unsigned short* at = m_priv->text + m_priv->length;
-    for (int i = 0; i < n; ++i) at[i] = static_cast<unsigned char>(s[i]);
-    at[n] = 0;
-    m_priv->length += n;
-  }
+  if (s && MakeExclusive()) WidenInto(m_priv, m_priv->length, s);
   m_text = m_priv->text;
   return *this;
 }
 
 VOSTRING& VOSTRING::operator+=(unsigned short c) {
-  PRIV* p = m_priv;
-  if (!c) return *this;
-  if (p->refs == 1 && 2 * p->length + 6 <= p->capacity) {
-    p->text[p->length++] = c;
-    p->text[p->length] = 0;
-  } else {
-    ReplaceRange(p->length, p->length - 1, &c, 1);
-  }
+  if (c && !TryAppendInPlace(m_priv, &c, 1))
+    ReplaceRange(m_priv->length, m_priv->length - 1, &c, 1);
   return *this;
 }
 
