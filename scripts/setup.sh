@@ -10,10 +10,10 @@ cmake --build build -j"$(nproc)"
 
 echo
 echo "== vosys format -f samples/messages.tsv"
-build/vosys format -f samples/messages.tsv
+build/bin/vosys format -f samples/messages.tsv
 echo
 echo "== vosys format '%5.2f and \$1' 3.14159 x"
-build/vosys format '%5.2f and $1' 3.14159 x
+build/bin/vosys format '%5.2f and $1' 3.14159 x
 echo
 echo "== vosys error -1015"
-build/vosys error -1015
+build/bin/vosys error -1015

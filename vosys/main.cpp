@@ -3,6 +3,7 @@
 //   vosys format TEMPLATE VALUE...   fill a template with the %/$n engine
 //   vosys format -f FILE             the same for each line of a file
 //   vosys error CODE                 the message text of an error code
+//   vosys chars TEXT                 the character database's view of TEXT
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "vosystem/vosystem.h"
 
 namespace {
@@ -26,6 +28,8 @@ const char kUsage[] =
     "  format -f FILE            fill each line of FILE: a template and its values,\n"
     "                            separated by tabs ('#' starts a comment line)\n"
     "  error CODE                print the message text of error code CODE\n"
+    "  chars TEXT                list each character of TEXT with its code, category,\n"
+    "                            bidi class, case partner and decomposition\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -170,6 +174,7 @@ int main(int argc, char** argv) {
   const char* cmd = argv[1];
   if (std::strcmp(cmd, "format") == 0) return CmdFormat(argc - 2, argv + 2);
   if (std::strcmp(cmd, "error") == 0) return CmdError(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "chars") == 0) return CmdChars(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -8,6 +8,8 @@
 #include "vosystem/strutf8.h"
 #include "vosystem/textres.h"
 #include "vosystem/ucconv.h"
+#include "vosystem/ucdata.h"
+#include "vosystem/ucdecomp.h"
 #include "vosystem/ucstring.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"

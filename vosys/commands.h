@@ -1,0 +1,8 @@
+// The commands of vosys, one function each: argc and argv hold the
+// command's own arguments. The result is the process's exit status.
+#ifndef VOSYS_COMMANDS_H
+#define VOSYS_COMMANDS_H
+
+int CmdChars(int argc, char** argv);
+
+#endif
