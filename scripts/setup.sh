@@ -17,3 +17,6 @@ build/bin/vosys format '%5.2f and $1' 3.14159 x
 echo
 echo "== vosys error -1015"
 build/bin/vosys error -1015
+echo
+echo "== vosys chars 'Åﬁ가١'"
+build/bin/vosys chars 'Åﬁ가١'

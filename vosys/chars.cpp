@@ -73,11 +73,13 @@ void PrintUnit(unsigned short c) {
     std::printf("%s  no record\n", CodeOf(c).c_str());
     return;
   }
-  std::printf("%s %s  %s %-3s%s%s\n", CodeOf(c).c_str(),
-              Glyph(&c, 1, UCDATA::Category(rec)).c_str(),
-              NameOf(kCategoryNames, UCDATA::Category(rec)).c_str(),
-              NameOf(kBidiNames, UCDATA::BidiClass(rec)).c_str(), CaseText(rec).c_str(),
-              DecompositionText(rec).c_str());
+  char bidi[8];
+  std::snprintf(bidi, sizeof bidi, "%-3s", NameOf(kBidiNames, UCDATA::BidiClass(rec)).c_str());
+  std::string line = CodeOf(c) + " " + Glyph(&c, 1, UCDATA::Category(rec)) + "  " +
+                     NameOf(kCategoryNames, UCDATA::Category(rec)) + " " + bidi + CaseText(rec) +
+                     DecompositionText(rec);
+  line.erase(line.find_last_not_of(' ') + 1);
+  std::printf("%s\n", line.c_str());
 }
 
 }  // namespace

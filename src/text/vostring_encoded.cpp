@@ -1,10 +1,12 @@
 // VOSTRING members that cross into and out of encoded text.
 //
 // The text core converts the encodings it owns itself: bytes as code points
-// below 256, UTF-16, and UTF-8. Every other encoding goes through the encoding
-// registry, which this layer stands in for until it is linked in: such
-// conversions can't be set up yet, so Assign leaves the string as it was and
-// GetEncoded gives null, exactly as for an encoding without a converter.
+// below 256, UTF-16, UTF-8, and UTF-8 held decomposed (the UTF-8 converters
+// with decomposition or composition in between). Every other encoding goes
+// through the encoding registry, which this layer stands in for until it is
+// linked in: such conversions can't be set up yet, so Assign leaves the string
+// as it was and GetEncoded gives null, exactly as for an encoding without a
+// converter.
 
 #include <cstdlib>
 
@@ -13,6 +15,7 @@
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/ucconv.h"
+#include "vosystem/ucdecomp.h"
 #include "vosystem/ucstring.h"
 #include "vosystem/vostring.h"
 
@@ -26,6 +29,34 @@ char* NarrowToBytes(const unsigned short* s, int n) {
   char* out = static_cast<char*>(block);
   for (int i = 0; i < n; ++i) out[i] = s[i] <= 0xFF ? static_cast<char>(s[i]) : '?';
   out[n] = 0;
+  return out;
+}
+
+// UTF-8 text as UTF-16, composed if the encoding holds it decomposed. Null if
+// it can't be converted; a failure leaves no record.
+unsigned short* DecodeUtf8(const char* src, bool recompose) {
+  ERRPOSN_DISABLER quiet;
+  unsigned short* units = nullptr;
+  if (MucConvertUTF8ToUnicode(src, &units) < 0) {
+    free(units);
+    return nullptr;
+  }
+  if (!recompose) return units;
+  unsigned short* composed = MucRecompose(units);
+  free(units);
+  return composed;
+}
+
+char* EncodeUtf8(const unsigned short* text, bool decompose) {
+  unsigned short* decomposed = decompose ? MucDecompose(text) : nullptr;
+  if (decompose && !decomposed) return nullptr;
+  char* out = nullptr;
+  int rc = MucConvertUnicodeToUTF8(decompose ? decomposed : text, &out);
+  free(decomposed);
+  if (rc < 0) {
+    free(out);
+    return nullptr;
+  }
   return out;
 }
 
@@ -52,18 +83,18 @@ int VOSTRING::Assign(const void* src, CHAR_ENCODING e) {
     case CHAR_ENCODING_UTF16:
       *this = static_cast<const unsigned short*>(src);
       return 0;
-    case CHAR_ENCODING_UTF8: {
+    case CHAR_ENCODING_UTF8:
+    case CHAR_ENCODING_UTF8_DECOMPOSED: {
       if (!src) {
         Clear();
         return 0;
       }
-      // A failed conversion is no failure of the caller's: it leaves no record.
-      ERRPOSN_DISABLER quiet;
-      unsigned short* units = nullptr;
-      int rc = MucConvertUTF8ToUnicode(static_cast<const char*>(src), &units);
-      if (rc >= 0) *this = units;
+      unsigned short* units =
+          DecodeUtf8(static_cast<const char*>(src), e == CHAR_ENCODING_UTF8_DECOMPOSED);
+      if (!units) return VOERROR_Failed;
+      *this = units;
       free(units);
-      return rc < 0 ? rc : 0;
+      return 0;
     }
     default:
       return VOERROR_InvalidArgument;
@@ -76,14 +107,9 @@ char* VOSTRING::GetEncoded(CHAR_ENCODING e) const {
       return NarrowToBytes(m_priv->text, m_priv->length);
     case CHAR_ENCODING_UTF16:
       return reinterpret_cast<char*>(ucstrdup(m_priv->text));
-    case CHAR_ENCODING_UTF8: {
-      char* out = nullptr;
-      if (MucConvertUnicodeToUTF8(m_priv->text, &out) < 0) {
-        free(out);
-        return nullptr;
-      }
-      return out;
-    }
+    case CHAR_ENCODING_UTF8:
+    case CHAR_ENCODING_UTF8_DECOMPOSED:
+      return EncodeUtf8(m_priv->text, e == CHAR_ENCODING_UTF8_DECOMPOSED);
     default:
       return nullptr;
   }

@@ -8,6 +8,7 @@
 
 #include "test_util.h"
 #include "vosystem/errors.h"
+#include "vosystem/ucconv.h"
 #include "vosystem/vostring.h"
 
 namespace {
@@ -302,6 +303,19 @@ TEST(VostringEncoded, BytesUtf16AndUtf8) {
   EXPECT_EQ(s.GetLength(), 3);
   EXPECT_EQ(s.GetEncoded(CHAR_ENCODING(9999)), nullptr);
   EXPECT_EQ(GetLastErrCode(), 0);
+}
+
+// Decomposed UTF-8 is what a decomposing file system stores: e-acute as "e"
+// and a combining acute, Hangul as conjoining jamo. Compatibility forms are
+// decomposed on the way out and stay so on the way back.
+TEST(VostringEncoded, Utf8Decomposed) {
+  char* out = VOSTRING(u"\u00E9t\u00E9 \uAC01\uFB01").GetEncoded(CHAR_ENCODING_UTF8_DECOMPOSED);
+  ASSERT_NE(out, nullptr);
+  EXPECT_STREQ(out, "e\xCC\x81" "te\xCC\x81" " \xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8" "fi");
+  VOSTRING back(out, CHAR_ENCODING_UTF8_DECOMPOSED);
+  EXPECT_EQ(back, VOSTRING(u"\u00E9t\u00E9 \uAC01fi"));
+  free(out);
+  EXPECT_EQ(VOSTRING("e\xCC\x81", CHAR_ENCODING_UTF8).GetLength(), 2);
 }
 
 }  // namespace

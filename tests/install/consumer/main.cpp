@@ -9,7 +9,8 @@ int main() {
   msg << 7 << "report.txt";
   char* utf8 = nullptr;
   if (MucConvertUnicodeToUTF8(msg, &utf8) < 0) return 1;
-  std::printf("%s\n", utf8);
+  // The case mapping comes from the installed character database.
+  std::printf("%s; lower of U+00C9 is U+%04X\n", utf8, uctolower(0x00C9));
   std::free(utf8);
   return 0;
 }
