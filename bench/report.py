@@ -3,12 +3,14 @@
 
 UTF converters: each of our functions against ICU (u_strFromUTF8 /
 u_strToUTF8) and, on ASCII, against memcpy of the same buffer. VOSTRING:
-against std::u16string and icu::UnicodeString.
+against std::u16string and icu::UnicodeString. Character database: lookups,
+decomposition and composition against ICU's properties and normalizers, and
+the time to load the table.
 
     bench/report.py [BENCH_DIR] [--repetitions N] [--stat best|median]
 
-BENCH_DIR holds utf_bench and vostring_bench (default: build-rel/bench under
-the source tree). Each benchmark runs N times in one process; the table shows
+BENCH_DIR holds utf_bench, vostring_bench and ucdata_bench (default:
+build-rel/bench under the source tree). Each benchmark runs N times in one process; the table shows
 the best (default) or the median throughput of the runs, which keeps a busy
 machine from skewing the ratios.
 """
@@ -100,6 +102,18 @@ def vostring_report(results):
     print_table(header, rows)
 
 
+def ucdata_report(results):
+    cases = defaultdict(dict)
+    for name, value in results.items():
+        op, impl, corpus = name.split("/")
+        cases[(op.replace("ucdata_", ""), corpus)][impl] = value
+    header = ["operation", "input", "vosys", "icu", "vosys/icu"]
+    rows = [[op, corpus, gbps(v.get("vosys")), gbps(v.get("icu")),
+             ratio(v.get("vosys"), v.get("icu"))] for (op, corpus), v in cases.items()]
+    print("Character database: throughput in GB/s of UTF-16 text (loads: of the file)")
+    print_table(header, rows)
+
+
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
@@ -113,7 +127,8 @@ def main():
     extra = ["--benchmark_min_time=%s" % args.min_time]
 
     found = False
-    for name, report in [("utf_bench", utf_report), ("vostring_bench", vostring_report)]:
+    for name, report in [("utf_bench", utf_report), ("vostring_bench", vostring_report),
+                         ("ucdata_bench", ucdata_report)]:
         binary = os.path.join(args.bench_dir, name)
         if not os.access(binary, os.X_OK):
             print("%s: not built in %s" % (name, args.bench_dir), file=sys.stderr)

@@ -1,0 +1,78 @@
+// MucDecompose and MucRecompose on arbitrary UTF-16 text with the real
+// character database: decomposing never shortens the text, composing never
+// lengthens it, and composing a decomposed text, which is full of sequences
+// that compose, holds to the same bound.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "vosystem/ucdata.h"
+#include "vosystem/ucdecomp.h"
+
+namespace {
+
+void Check(bool ok) {
+  if (!ok) __builtin_trap();
+}
+
+size_t Length(const unsigned short* s) {
+  size_t n = 0;
+  while (s[n]) ++n;
+  return n;
+}
+
+// Units whose record decomposes into two or more: the length of the result.
+size_t DecomposedLength(const unsigned short* s) {
+  size_t n = 0;
+  for (; *s; ++s) {
+    const unsigned char* rec = GetUCDATA(*s);
+    const int length = rec ? UCDATA::SequenceLength(rec) : 0;
+    n += length > 1 ? static_cast<size_t>(length) : 1;
+  }
+  return n;
+}
+
+// Composes text and checks the result's bound; returns its length.
+size_t CheckRecompose(const unsigned short* text, size_t length) {
+  unsigned short* composed = MucRecompose(text);
+  Check(composed != nullptr);
+  const size_t composedLength = Length(composed);
+  Check(composedLength <= length);
+  free(composed);
+  return composedLength;
+}
+
+}  // namespace
+
+// Without the data neither function has anything to do: fuzzing then would
+// test nothing.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  const unsigned char* rec = GetUCDATA(0x00E9);
+  if (!rec || UCDATA::SequenceLength(rec) != 2) {
+    fprintf(stderr, "fuzz_decompose: ucdata.ref not found; set VOSYS_DATA_DIR\n");
+    exit(1);
+  }
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::vector<unsigned short> text;
+  for (size_t i = 0; i + 1 < size; i += 2) {
+    text.push_back(static_cast<unsigned short>(data[i] | data[i + 1] << 8));
+  }
+  text.push_back(0);
+  const size_t length = Length(text.data());
+
+  unsigned short* decomposed = MucDecompose(text.data());
+  Check(decomposed != nullptr);
+  const size_t decomposedLength = Length(decomposed);
+  Check(decomposedLength == DecomposedLength(text.data()));
+  Check(decomposedLength >= length);
+
+  CheckRecompose(text.data(), length);
+  CheckRecompose(decomposed, decomposedLength);
+  free(decomposed);
+  return 0;
+}
