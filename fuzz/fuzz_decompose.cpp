@@ -1,7 +1,8 @@
 // MucDecompose and MucRecompose on arbitrary UTF-16 text with the real
 // character database: decomposing never shortens the text, composing never
 // lengthens it, and composing a decomposed text, which is full of sequences
-// that compose, holds to the same bound.
+// that compose, holds to the same bound. Composition must also give exactly
+// what the plain walk of each base's whole composite chain gives.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -34,14 +35,43 @@ size_t DecomposedLength(const unsigned short* s) {
   return n;
 }
 
-// Composes text and checks the result's bound; returns its length.
-size_t CheckRecompose(const unsigned short* text, size_t length) {
+// The first record on base's chain that spells base and the text after pos.
+const unsigned char* WalkChain(unsigned short base, const unsigned short* text, size_t pos) {
+  const unsigned char* owner = GetUCDATA(base);
+  for (unsigned short link = owner ? UCDATA::VariantLink(owner) : 0; link;) {
+    const unsigned char* rec = GetUCDATA(link);
+    int n = UCDATA::SequenceLength(rec);
+    bool match = n > 1 && UCDATA::DecompTag(rec) == 0 && UCDATA::SequenceUnit(rec, 0) == base;
+    for (int i = 1; match && i < n; ++i)
+      match = UCDATA::SequenceUnit(rec, i) != 0 && text[pos + i] == UCDATA::SequenceUnit(rec, i);
+    if (match) return rec;
+    link = UCDATA::NextVariant(rec);
+  }
+  return nullptr;
+}
+
+std::vector<unsigned short> ReferenceRecompose(const unsigned short* text) {
+  std::vector<unsigned short> out;
+  for (size_t pos = 0; text[pos]; ++pos) {
+    unsigned short base = text[pos];
+    while (const unsigned char* rec = WalkChain(base, text, pos)) {
+      base = UCDATA::Code(rec);
+      pos += UCDATA::SequenceLength(rec) - 1;
+    }
+    out.push_back(base);
+  }
+  out.push_back(0);
+  return out;
+}
+
+// Composes text and checks the result against its bound and the reference.
+void CheckRecompose(const unsigned short* text, size_t length) {
   unsigned short* composed = MucRecompose(text);
   Check(composed != nullptr);
-  const size_t composedLength = Length(composed);
-  Check(composedLength <= length);
+  Check(Length(composed) <= length);
+  std::vector<unsigned short> expected = ReferenceRecompose(text);
+  for (size_t i = 0; i < expected.size(); ++i) Check(composed[i] == expected[i]);
   free(composed);
-  return composedLength;
 }
 
 }  // namespace

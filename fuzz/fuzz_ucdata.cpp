@@ -30,6 +30,29 @@ void CheckRecord(const unsigned char* rec, unsigned short code, const unsigned c
   Check(UCDATA::Code(rec) == code);
 }
 
+// A record that composes with its chain's owner is among the candidates of
+// its first two units.
+void CheckCandidate(const UCDATA_TABLE& table, const unsigned char* rec, unsigned short owner) {
+  if (UCDATA::SequenceLength(rec) < 2 || UCDATA::DecompTag(rec) != UCDECOMPTYPE_Canonical) return;
+  int count = 0;
+  const unsigned char* const* list = table.Candidates(owner, UCDATA::SequenceUnit(rec, 1), &count);
+  bool listed = false;
+  for (int i = 0; i < count; ++i) listed |= list[i] == rec;
+  Check(listed);
+}
+
+// The packed properties agree with the record, or say there is none.
+void CheckProps(const UCDATA_TABLE& table, unsigned short code, const unsigned char* rec) {
+  const uint16_t props = table.Props(code);
+  if (!rec) {
+    Check(props == 0);
+    return;
+  }
+  Check((props & UCDATA_PROP_Present) != 0);
+  Check((props & UCDATA_PROP_CategoryMask) == UCDATA::Category(rec));
+  Check((props >> UCDATA_PROP_BidiShift & UCDATA_PROP_BidiMask) == (UCDATA::BidiClass(rec) & 0x3F));
+}
+
 // Walks the chain of the records whose decomposition starts with owner.
 void CheckChain(const UCDATA_TABLE& table, const unsigned char* owner) {
   const unsigned short ownerCode = UCDATA::Code(owner);
@@ -43,6 +66,7 @@ void CheckChain(const UCDATA_TABLE& table, const unsigned char* owner) {
     Check(length >= 1 && length <= previousLength);
     Check(UCDATA::SequenceUnit(rec, 0) == ownerCode);
     previousLength = length;
+    CheckCandidate(table, rec, ownerCode);
     const unsigned short next = UCDATA::NextVariant(rec);
     if (next == link) break;
     link = next;
@@ -61,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (uint32_t c = 0; c <= 0xFFFF; ++c) {
     const unsigned short code = static_cast<unsigned short>(c);
     const unsigned char* rec = table.Find(code);
+    CheckProps(table, code, rec);
     if (!rec) continue;
     ++found;
     CheckRecord(rec, code, block, size);

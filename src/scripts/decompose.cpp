@@ -2,7 +2,11 @@
 // character database holds.
 #include "vosystem/ucdecomp.h"
 
+#include <climits>
+
+#include "text/ucdata_priv.h"
 #include "vosystem/ucdata.h"
+#include "vosystem/ucstring.h"
 #include "vosystem/vodblary.h"
 
 namespace {
@@ -27,21 +31,16 @@ bool RestMatches(const unsigned char* rec, const unsigned short* text, int pos) 
   return true;
 }
 
-// The first record on base's composite chain that composes base with the
-// text after pos, or null.
-const unsigned char* FindComposite(unsigned short base, const unsigned short* text, int pos) {
-  const unsigned char* rec = UCDATA::GetCharData(base);
-  unsigned short link = rec ? UCDATA::VariantLink(rec) : 0;
-  while (link != 0) {
-    const unsigned char* cand = UCDATA::GetCharData(link);
-    if (!cand) break;
-    if (UCDATA::SequenceLength(cand) > 1 && UCDATA::DecompTag(cand) == UCDECOMPTYPE_Canonical &&
-        UCDATA::SequenceUnit(cand, 0) == base && RestMatches(cand, text, pos))
-      return cand;
-    unsigned short next = UCDATA::NextVariant(cand);
-    if (next == link) break;  // a chain may also end on a record that links to itself
-    link = next;
-  }
+// The first record on base's composite chain whose canonical decomposition
+// spells base and the text after pos, or null. Only the chain's records with
+// the right second unit can qualify, and the table lists them in chain order.
+const unsigned char* FindComposite(const UCDATA_TABLE& table, unsigned short base,
+                                   const unsigned short* text, int pos) {
+  if (!table.IsSecondUnit(text[pos + 1])) return nullptr;  // also the end of the text
+  int count = 0;
+  const unsigned char* const* candidates = table.Candidates(base, text[pos + 1], &count);
+  for (int i = 0; i < count; ++i)
+    if (RestMatches(candidates[i], text, pos)) return candidates[i];
   return nullptr;
 }
 
@@ -49,9 +48,10 @@ const unsigned char* FindComposite(unsigned short base, const unsigned short* te
 
 extern "C" unsigned short* MucDecompose(const unsigned short* text) {
   if (!text) return nullptr;
+  const UCDATA_TABLE& table = UcdataTable();
   UNITS out;
   for (; *text; ++text) {
-    const unsigned char* rec = UCDATA::GetCharData(*text);
+    const unsigned char* rec = table.Find(*text);
     int length = rec ? UCDATA::SequenceLength(rec) : 0;
     if (length > 1) {
       for (int i = 0; i < length; ++i) out.Append(UCDATA::SequenceUnit(rec, i));
@@ -64,10 +64,13 @@ extern "C" unsigned short* MucDecompose(const unsigned short* text) {
 
 extern "C" unsigned short* MucRecompose(const unsigned short* text) {
   if (!text) return nullptr;
+  const UCDATA_TABLE& table = UcdataTable();
   UNITS out;
+  int length = ucstrlen(text);
+  if (length < INT_MAX) out.Reserve(length + 1, true);  // the result is never longer
   for (int pos = 0; text[pos]; ++pos) {
     unsigned short base = text[pos];
-    while (const unsigned char* composite = FindComposite(base, text, pos)) {
+    while (const unsigned char* composite = FindComposite(table, base, text, pos)) {
       base = UCDATA::Code(composite);
       pos += UCDATA::SequenceLength(composite) - 1;
     }

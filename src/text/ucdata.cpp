@@ -8,6 +8,7 @@
 #include <string>
 
 #include "files/reffile.h"
+#include "text/ucdata_priv.h"
 #include "text/ucdata_table.h"
 
 namespace {
@@ -20,9 +21,23 @@ bool s_bUCInitted = false;
 unsigned char* s_pUCDATABuf = nullptr;
 UCDATA_TABLE s_ucdata;
 
-inline const unsigned char* Lookup(unsigned short c) {
+inline const UCDATA_TABLE& Loaded() {
   if (__builtin_expect(!s_bUCInitted, 0)) ReadUCData();
-  return s_ucdata.Find(c);
+  return s_ucdata;
+}
+
+inline const unsigned char* Lookup(unsigned short c) {
+  return Loaded().Find(c);
+}
+
+// Category and bidi class come from the packed pages: two reads, both
+// likely in cache. Only the rarer answers read the record itself.
+inline uint16_t Props(unsigned short c) {
+  return Loaded().Props(c);
+}
+
+inline unsigned Category(uint16_t props) {
+  return props & UCDATA_PROP_CategoryMask;
 }
 
 // Only the low six bits of a stored number are a property; 32 to 63 fit no
@@ -33,6 +48,10 @@ inline int MaskHas(unsigned long mask, unsigned number) {
 }
 
 }  // namespace
+
+const UCDATA_TABLE& UcdataTable() {
+  return Loaded();
+}
 
 extern "C" void ReadUCData(void) {
   if (s_bUCInitted) return;
@@ -52,25 +71,27 @@ const unsigned char* UCDATA::GetCharData(unsigned short c) {
   return Lookup(c);
 }
 
+// A unit without a record has category 0, so a match of category means a
+// record is there.
 extern "C" unsigned short uctolower(unsigned short c) {
-  const unsigned char* rec = Lookup(c);
-  return rec && UCDATA::Category(rec) == UCCATEGORY_Lu ? UCDATA::CaseMapping(rec) : c;
+  if (Category(Props(c)) != UCCATEGORY_Lu) return c;
+  return UCDATA::CaseMapping(s_ucdata.Find(c));
 }
 
 extern "C" unsigned short uctoupper(unsigned short c) {
-  const unsigned char* rec = Lookup(c);
-  return rec && UCDATA::Category(rec) == UCCATEGORY_Ll ? UCDATA::CaseMapping(rec) : c;
+  if (Category(Props(c)) != UCCATEGORY_Ll) return c;
+  return UCDATA::CaseMapping(s_ucdata.Find(c));
 }
 
 extern "C" int ucisprop(unsigned short c, unsigned long mask) {
-  const unsigned char* rec = Lookup(c);
-  return rec ? MaskHas(mask, UCDATA::Category(rec)) : 0;
+  uint16_t props = Props(c);
+  return props & UCDATA_PROP_Present ? MaskHas(mask, Category(props)) : 0;
 }
 
 extern "C" int ucisbidiprop(unsigned short c, unsigned long mask) {
-  const unsigned char* rec = Lookup(c);
-  if (c < 32 || !rec) return static_cast<int>(mask & 1);
-  return MaskHas(mask, UCDATA::BidiClass(rec));
+  uint16_t props = Props(c);
+  if (c < 32 || !(props & UCDATA_PROP_Present)) return static_cast<int>(mask & 1);
+  return MaskHas(mask, props >> UCDATA_PROP_BidiShift & UCDATA_PROP_BidiMask);
 }
 
 extern "C" int ucisdecompprop(unsigned short c, unsigned long mask) {

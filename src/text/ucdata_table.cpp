@@ -64,7 +64,10 @@ int UCDATA_TABLE::Index(unsigned char* block, size_t size) {
     PutWord(rec + kNextComposite, 0);
     unsigned short code = UCDATA::Code(rec);
     UCDATA_PAGE* page = PageFor(code);
-    if (!page) continue;  // out of memory: this unit keeps its defaults
+    if (!page) {
+      Release();
+      return 0;
+    }
     (*page)[code & 0xFF] = rec;
     ++count;
   }
@@ -72,6 +75,12 @@ int UCDATA_TABLE::Index(unsigned char* block, size_t size) {
     if (page == &g_ucdataEmptyPage) continue;
     for (unsigned char* rec : *page)
       if (rec) Chain(rec);
+  }
+  // A table without its indexes would answer differently by the road taken:
+  // all or nothing.
+  if (!BuildProps() || !BuildPairIndex()) {
+    Release();
+    return 0;
   }
   return count;
 }
@@ -105,6 +114,15 @@ void UCDATA_TABLE::Chain(unsigned char* rec) {
 }
 
 void UCDATA_TABLE::Release() {
+  if (m_props != g_ucdataNoProps) free(const_cast<UCDATA_PROPPAGE*>(m_props));
+  m_props = g_ucdataNoProps;
+  memset(m_propPage, 0, sizeof m_propPage);
+  free(m_slots);
+  free(m_candidates);
+  m_slots = nullptr;
+  m_slotMask = 0;
+  m_candidates = nullptr;
+  memset(m_seconds, 0, sizeof m_seconds);
   for (auto& page : m_pages) {
     if (page != &g_ucdataEmptyPage) free(page);
     page = &g_ucdataEmptyPage;
