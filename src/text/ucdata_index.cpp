@@ -116,7 +116,9 @@ bool UCDATA_TABLE::BuildPairIndex() {
       for (const unsigned char* owner : *page) {
         if (!owner) continue;
         unsigned short base = UCDATA::Code(owner);
-        // Chains are built here and never close a circle; they end at 0.
+        // A chain ends at 0. A record that links to itself ends one too:
+        // that is the other way of marking the end, and a walker that stops
+        // on both never loops, whoever linked the chain.
         for (unsigned short link = UCDATA::VariantLink(owner); link;) {
           const unsigned char* rec = Find(link);
           if (!rec) break;
@@ -127,7 +129,8 @@ bool UCDATA_TABLE::BuildPairIndex() {
             }
             ++n;
           }
-          link = UCDATA::NextVariant(rec);
+          unsigned short next = UCDATA::NextVariant(rec);
+          link = next == link ? 0 : next;
         }
       }
     }
