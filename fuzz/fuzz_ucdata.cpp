@@ -31,26 +31,38 @@ void CheckRecord(const unsigned char* rec, unsigned short code, const unsigned c
 }
 
 // A record that composes with its chain's owner is among the candidates of
-// its first two units.
+// its first two units, as it stands; one with a zero unit is in none.
 void CheckCandidate(const UCDATA_TABLE& table, const unsigned char* rec, unsigned short owner) {
-  if (UCDATA::SequenceLength(rec) < 2 || UCDATA::DecompTag(rec) != UCDECOMPTYPE_Canonical) return;
+  const int length = UCDATA::SequenceLength(rec);
+  if (length < 2 || UCDATA::DecompTag(rec) != UCDECOMPTYPE_Canonical) return;
+  bool hasZero = false;
+  for (int i = 1; i < length; ++i) hasZero |= UCDATA::SequenceUnit(rec, i) == 0;
   int count = 0;
-  const unsigned char* const* list = table.Candidates(owner, UCDATA::SequenceUnit(rec, 1), &count);
-  bool listed = false;
-  for (int i = 0; i < count; ++i) listed |= list[i] == rec;
-  Check(listed);
+  const UCDATA_COMPOSITE* list = table.Candidates(owner, UCDATA::SequenceUnit(rec, 1), &count);
+  int listed = 0;
+  for (int i = 0; i < count; ++i) {
+    if (list[i].rec != rec) continue;
+    ++listed;
+    Check(list[i].code == UCDATA::Code(rec) && list[i].length == static_cast<uint32_t>(length));
+    Check(list[i].third == (length > 2 ? UCDATA::SequenceUnit(rec, 2) : 0));
+  }
+  Check(listed == (hasZero ? 0 : 1));
 }
 
-// The packed properties agree with the record, or say there is none.
+// The packed answers agree with the record: the category's and bidi class's
+// low six bits (L for a code without a record or below 32), and the flags of
+// the whole category byte.
 void CheckProps(const UCDATA_TABLE& table, unsigned short code, const unsigned char* rec) {
   const uint16_t props = table.Props(code);
-  if (!rec) {
-    Check(props == 0);
-    return;
-  }
-  Check((props & UCDATA_PROP_Present) != 0);
-  Check((props & UCDATA_PROP_CategoryMask) == UCDATA::Category(rec));
-  Check((props >> UCDATA_PROP_BidiShift & UCDATA_PROP_BidiMask) == (UCDATA::BidiClass(rec) & 0x3F));
+  const unsigned category = rec ? UCDATA::Category(rec) : 0;
+  const unsigned categoryBit = rec ? category & 0x3F : 63;
+  const unsigned bidiBit = rec && code >= 32 ? UCDATA::BidiClass(rec) & 0x3F : 0;
+  Check(((props & UCDATA_PROP_CategoryBits) ^ UCDATA_PROP_CategoryBits) == categoryBit);
+  Check((props >> UCDATA_PROP_BidiShift & UCDATA_PROP_BidiBits) == bidiBit);
+  Check(((props & UCDATA_PROP_Upper) != 0) == (rec && category == UCCATEGORY_Lu));
+  Check(((props & UCDATA_PROP_Lower) != 0) == (rec && category == UCCATEGORY_Ll));
+  Check(table.IsProp(code, 0xFFFFFFFFul) == (categoryBit < 32));
+  Check(table.IsBidiProp(code, 0xFFFFFFFFul) == (bidiBit < 32));
 }
 
 // Walks the chain of the records whose decomposition starts with owner.

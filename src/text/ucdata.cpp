@@ -21,30 +21,22 @@ bool s_bUCInitted = false;
 unsigned char* s_pUCDATABuf = nullptr;
 UCDATA_TABLE s_ucdata;
 
+// The queries that run for every character test for the load themselves and
+// leave it to this, which loads and asks again as a tail call: the hot path
+// then saves no registers around a call it never makes.
+template <typename RESULT, typename... ARGS>
+[[gnu::noinline, gnu::cold]] RESULT LoadAndAsk(RESULT (*query)(ARGS...), ARGS... args) {
+  ReadUCData();
+  return query(args...);
+}
+
+inline bool NotLoaded() {
+  return __builtin_expect(!s_bUCInitted, 0);
+}
+
 inline const UCDATA_TABLE& Loaded() {
-  if (__builtin_expect(!s_bUCInitted, 0)) ReadUCData();
+  if (NotLoaded()) ReadUCData();
   return s_ucdata;
-}
-
-inline const unsigned char* Lookup(unsigned short c) {
-  return Loaded().Find(c);
-}
-
-// Category and bidi class come from the packed pages: two reads, both
-// likely in cache. Only the rarer answers read the record itself.
-inline uint16_t Props(unsigned short c) {
-  return Loaded().Props(c);
-}
-
-inline unsigned Category(uint16_t props) {
-  return props & UCDATA_PROP_CategoryMask;
-}
-
-// Only the low six bits of a stored number are a property; 32 to 63 fit no
-// 32-bit mask.
-inline int MaskHas(unsigned long mask, unsigned number) {
-  number &= 0x3F;
-  return number < 32 ? static_cast<int>((static_cast<uint32_t>(mask) >> number) & 1u) : 0;
 }
 
 }  // namespace
@@ -64,37 +56,38 @@ extern "C" void ReadUCData(void) {
 }
 
 extern "C" const unsigned char* GetUCDATA(unsigned short c) {
-  return Lookup(c);
+  if (NotLoaded()) return LoadAndAsk(GetUCDATA, c);
+  return s_ucdata.Find(c);
 }
 
 const unsigned char* UCDATA::GetCharData(unsigned short c) {
-  return Lookup(c);
+  return GetUCDATA(c);
 }
 
-// A unit without a record has category 0, so a match of category means a
-// record is there.
+// The flags of the whole category byte say that a record is there.
 extern "C" unsigned short uctolower(unsigned short c) {
-  if (Category(Props(c)) != UCCATEGORY_Lu) return c;
+  if (NotLoaded()) return LoadAndAsk(uctolower, c);
+  if (!(s_ucdata.Props(c) & UCDATA_PROP_Upper)) return c;
   return UCDATA::CaseMapping(s_ucdata.Find(c));
 }
 
 extern "C" unsigned short uctoupper(unsigned short c) {
-  if (Category(Props(c)) != UCCATEGORY_Ll) return c;
+  if (NotLoaded()) return LoadAndAsk(uctoupper, c);
+  if (!(s_ucdata.Props(c) & UCDATA_PROP_Lower)) return c;
   return UCDATA::CaseMapping(s_ucdata.Find(c));
 }
 
 extern "C" int ucisprop(unsigned short c, unsigned long mask) {
-  uint16_t props = Props(c);
-  return props & UCDATA_PROP_Present ? MaskHas(mask, Category(props)) : 0;
+  if (NotLoaded()) return LoadAndAsk(ucisprop, c, mask);
+  return s_ucdata.IsProp(c, mask);
 }
 
 extern "C" int ucisbidiprop(unsigned short c, unsigned long mask) {
-  uint16_t props = Props(c);
-  if (c < 32 || !(props & UCDATA_PROP_Present)) return static_cast<int>(mask & 1);
-  return MaskHas(mask, props >> UCDATA_PROP_BidiShift & UCDATA_PROP_BidiMask);
+  if (NotLoaded()) return LoadAndAsk(ucisbidiprop, c, mask);
+  return s_ucdata.IsBidiProp(c, mask);
 }
 
 extern "C" int ucisdecompprop(unsigned short c, unsigned long mask) {
-  const unsigned char* rec = Lookup(c);
-  return rec ? MaskHas(mask, UCDATA::DecompTag(rec)) : 0;
+  const unsigned char* rec = GetUCDATA(c);
+  return rec ? UcdataMaskBit(mask, UCDATA::DecompTag(rec) & 0x3F) : 0;
 }

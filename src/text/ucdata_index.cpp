@@ -8,25 +8,24 @@
 #include "vosystem/ucdata.h"
 
 const UCDATA_PROPPAGE g_ucdataNoProps[1] = {};
+UCDATA_PAIRSLOT g_ucdataNoPairs[1] = {};
 
 namespace {
 
-uint16_t PackProps(const unsigned char* rec) {
+uint16_t PackProps(const unsigned char* rec, unsigned short code) {
   if (!rec) return 0;
-  return static_cast<uint16_t>(UCDATA::Category(rec) |
-                               (UCDATA::BidiClass(rec) & UCDATA_PROP_BidiMask)
-                                   << UCDATA_PROP_BidiShift |
-                               UCDATA_PROP_Present);
+  unsigned category = UCDATA::Category(rec);
+  unsigned bidi = code < 32 ? UCBIDICLASS_L : UCDATA::BidiClass(rec) & UCDATA_PROP_BidiBits;
+  return static_cast<uint16_t>(((category & UCDATA_PROP_CategoryBits) ^ UCDATA_PROP_CategoryBits) |
+                               bidi << UCDATA_PROP_BidiShift |
+                               (category == UCCATEGORY_Lu ? UCDATA_PROP_Upper : 0) |
+                               (category == UCCATEGORY_Ll ? UCDATA_PROP_Lower : 0));
 }
 
 uint32_t HashPage(const uint16_t* page) {
   uint32_t h = 2166136261u;
   for (int i = 0; i < 256; ++i) h = (h ^ page[i]) * 16777619u;
   return h;
-}
-
-uint32_t HashKey(uint32_t key) {
-  return (key ^ key >> 15) * 0x9E3779B1u;
 }
 
 struct CANDIDATE {
@@ -36,18 +35,23 @@ struct CANDIDATE {
   bool operator<(const CANDIDATE& o) const { return key != o.key ? key < o.key : order < o.order; }
 };
 
-// The slot of key, or the free slot where it would go; the table is never
-// more than half full.
-UCDATA_PAIRSLOT* FindSlot(UCDATA_PAIRSLOT* slots, uint32_t mask, uint32_t key) {
-  for (uint32_t i = HashKey(key);; ++i) {
-    UCDATA_PAIRSLOT* slot = &slots[i & mask];
-    if (slot->count == 0 || slot->key == key) return slot;
-  }
+// A canonical decomposition of two or more units that starts with base and
+// holds no zero unit, which no text could match.
+bool ComposesWith(const unsigned char* rec, unsigned short base) {
+  int length = UCDATA::SequenceLength(rec);
+  if (length < 2 || UCDATA::DecompTag(rec) != UCDECOMPTYPE_Canonical ||
+      UCDATA::SequenceUnit(rec, 0) != base)
+    return false;
+  for (int i = 1; i < length; ++i)
+    if (UCDATA::SequenceUnit(rec, i) == 0) return false;
+  return true;
 }
 
-bool ComposesWith(const unsigned char* rec, unsigned short base) {
-  return UCDATA::SequenceLength(rec) > 1 && UCDATA::DecompTag(rec) == UCDECOMPTYPE_Canonical &&
-         UCDATA::SequenceUnit(rec, 0) == base;
+UCDATA_COMPOSITE CompositeOf(const unsigned char* rec) {
+  int length = UCDATA::SequenceLength(rec);
+  return {rec, UCDATA::Code(rec),
+          static_cast<uint16_t>(length > 2 ? UCDATA::SequenceUnit(rec, 2) : 0),
+          static_cast<uint32_t>(length)};
 }
 
 }  // namespace
@@ -60,7 +64,8 @@ bool UCDATA_TABLE::BuildProps() {
   int unique = 0;
   for (int hi = 0; hi < 256; ++hi) {
     uint16_t* page = scratch[unique];
-    for (int lo = 0; lo < 256; ++lo) page[lo] = PackProps((*m_pages[hi])[lo]);
+    for (int lo = 0; lo < 256; ++lo)
+      page[lo] = PackProps((*m_pages[hi])[lo], static_cast<unsigned short>(hi << 8 | lo));
     uint32_t hash = HashPage(page);
     int same = 0;
     while (same < unique &&
@@ -74,6 +79,7 @@ bool UCDATA_TABLE::BuildProps() {
     memcpy(pages, scratch, unique * sizeof(UCDATA_PROPPAGE));
     // Pages before page numbers: a reader never meets a number past the pages.
     m_props = pages;
+    m_propPageCount = static_cast<uint32_t>(unique);
     memcpy(m_propPage, pageOf, sizeof pageOf);
   }
   free(scratch);
@@ -88,12 +94,19 @@ bool UCDATA_TABLE::FillPairIndex(void* candidates, size_t n) {
   for (size_t i = 0; i < n; ++i) keys += i == 0 || list[i].key != list[i - 1].key;
   uint32_t slots = 16;
   while (slots < 2 * keys) slots *= 2;
-  m_candidates = static_cast<const unsigned char**>(malloc((n ? n : 1) * sizeof(unsigned char*)));
-  m_slots = static_cast<UCDATA_PAIRSLOT*>(calloc(slots, sizeof(UCDATA_PAIRSLOT)));
-  if (!m_candidates || !m_slots) return false;
+  auto* composites = static_cast<UCDATA_COMPOSITE*>(malloc((n ? n : 1) * sizeof(UCDATA_COMPOSITE)));
+  auto* table = static_cast<UCDATA_PAIRSLOT*>(calloc(slots, sizeof(UCDATA_PAIRSLOT)));
+  if (!composites || !table) {
+    free(composites);
+    free(table);
+    return false;
+  }
+  m_candidates = composites;
+  m_slots = table;
   m_slotMask = slots - 1;
+  m_candidateCount = static_cast<uint32_t>(n);
   for (size_t i = 0; i < n; ++i) {
-    m_candidates[i] = list[i].rec;
+    composites[i] = CompositeOf(list[i].rec);
     uint16_t second = static_cast<uint16_t>(list[i].key);
     m_seconds[second >> 6] |= uint64_t{1} << (second & 63);
     UCDATA_PAIRSLOT* slot = FindSlot(m_slots, m_slotMask, list[i].key);
@@ -142,13 +155,4 @@ bool UCDATA_TABLE::BuildPairIndex() {
     }
   }
   return false;
-}
-
-const unsigned char* const* UCDATA_TABLE::Candidates(unsigned short base, unsigned short second,
-                                                     int* count) const {
-  *count = 0;
-  if (!m_slots) return nullptr;
-  const UCDATA_PAIRSLOT* slot = FindSlot(m_slots, m_slotMask, uint32_t{base} << 16 | second);
-  *count = static_cast<int>(slot->count);
-  return m_candidates + slot->begin;
 }

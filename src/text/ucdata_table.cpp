@@ -117,14 +117,25 @@ void UCDATA_TABLE::Release() {
   if (m_props != g_ucdataNoProps) free(const_cast<UCDATA_PROPPAGE*>(m_props));
   m_props = g_ucdataNoProps;
   memset(m_propPage, 0, sizeof m_propPage);
-  free(m_slots);
-  free(m_candidates);
-  m_slots = nullptr;
+  if (m_slots != g_ucdataNoPairs) free(m_slots);
+  free(const_cast<UCDATA_COMPOSITE*>(m_candidates));
+  m_slots = g_ucdataNoPairs;
   m_slotMask = 0;
+  m_propPageCount = 0;
+  m_candidateCount = 0;
   m_candidates = nullptr;
   memset(m_seconds, 0, sizeof m_seconds);
   for (auto& page : m_pages) {
     if (page != &g_ucdataEmptyPage) free(page);
     page = &g_ucdataEmptyPage;
   }
+}
+
+size_t UCDATA_TABLE::HeapBytes() const {
+  size_t bytes = size_t{m_propPageCount} * sizeof(UCDATA_PROPPAGE);
+  if (m_slots != g_ucdataNoPairs) bytes += (size_t{m_slotMask} + 1) * sizeof(UCDATA_PAIRSLOT);
+  bytes += size_t{m_candidateCount} * sizeof(UCDATA_COMPOSITE);
+  for (const UCDATA_PAGE* page : m_pages)
+    if (page != &g_ucdataEmptyPage) bytes += sizeof(UCDATA_PAGE);
+  return bytes;
 }
