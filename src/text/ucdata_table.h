@@ -64,10 +64,6 @@ struct UCDATA_PAIRSLOT {
 // The one free slot of a table without candidates.
 extern UCDATA_PAIRSLOT g_ucdataNoPairs[1];
 
-inline uint32_t UcdataPairHash(uint32_t key) {
-  return (key ^ key >> 15) * 0x9E3779B1u;
-}
-
 class UCDATA_TABLE {
  public:
   constexpr UCDATA_TABLE()
@@ -130,7 +126,7 @@ class UCDATA_TABLE {
   // The slot of key, or the free slot where it would go; the table is never
   // more than half full, and without one every key has the one free slot.
   static UCDATA_PAIRSLOT* FindSlot(UCDATA_PAIRSLOT* slots, uint32_t mask, uint32_t key) {
-    for (uint32_t i = UcdataPairHash(key);; ++i) {
+    for (uint32_t i = (key ^ key >> 15) * 0x9E3779B1u;; ++i) {
       UCDATA_PAIRSLOT* slot = &slots[i & mask];
       if (slot->count == 0 || slot->key == key) return slot;
     }
