@@ -1,10 +1,18 @@
 // The character database: loaded once, on the first question, from
-// "ucdata.ref", and never freed. Loading takes no lock: a program that queries
-// from several threads should ask one question first.
+// "ucdata.ref", and never freed.
+//
+// The first question may come from several threads at once: the load runs
+// under a once-flag, and the flag that the queries test is published with
+// release order after the table is complete, so a query that sees it set
+// sees the whole table (on x86 the acquire load is a plain load). A load that
+// failed is not tried again. The loader must not ask a character question
+// itself: that would wait on its own once-flag.
 #include "vosystem/ucdata.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
 #include "files/reffile.h"
@@ -17,7 +25,8 @@ namespace {
 // still fit in 34 MB. Anything larger is not a character database.
 const size_t kMaxFileSize = 64u << 20;
 
-bool s_bUCInitted = false;
+std::atomic<bool> s_bUCInitted{false};  // loading was tried, and is over
+std::once_flag s_loadOnce;
 unsigned char* s_pUCDATABuf = nullptr;
 UCDATA_TABLE s_ucdata;
 
@@ -31,7 +40,17 @@ template <typename RESULT, typename... ARGS>
 }
 
 inline bool NotLoaded() {
-  return __builtin_expect(!s_bUCInitted, 0);
+  return __builtin_expect(!s_bUCInitted.load(std::memory_order_acquire), 0);
+}
+
+void Load() {
+  std::string path;
+  if (reffile::LocateReferenceFile("ucdata.ref", path)) {
+    size_t size = 0;
+    if (reffile::ReadWholeFile(path, kMaxFileSize, &s_pUCDATABuf, &size) >= 0)
+      s_ucdata.Index(s_pUCDATABuf, size);
+  }
+  s_bUCInitted.store(true, std::memory_order_release);
 }
 
 inline const UCDATA_TABLE& Loaded() {
@@ -46,13 +65,7 @@ const UCDATA_TABLE& UcdataTable() {
 }
 
 extern "C" void ReadUCData(void) {
-  if (s_bUCInitted) return;
-  s_bUCInitted = true;
-  std::string path;
-  if (!reffile::LocateReferenceFile("ucdata.ref", path)) return;
-  size_t size = 0;
-  if (reffile::ReadWholeFile(path, kMaxFileSize, &s_pUCDATABuf, &size) < 0) return;
-  s_ucdata.Index(s_pUCDATABuf, size);
+  if (NotLoaded()) std::call_once(s_loadOnce, Load);
 }
 
 extern "C" const unsigned char* GetUCDATA(unsigned short c) {

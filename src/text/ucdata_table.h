@@ -118,7 +118,7 @@ class UCDATA_TABLE {
  private:
   UCDATA_PAGE* PageFor(unsigned short c);
   unsigned char* At(unsigned short c) { return (*m_pages[c >> 8])[c & 0xFF]; }
-  void Chain(unsigned char* rec);
+  bool BuildChains();
   bool BuildProps();
   bool BuildPairIndex();
   bool FillPairIndex(void* candidates, size_t n);
