@@ -33,8 +33,9 @@ class VOSYS_API STRUTF8 {
   void Attach(unsigned char*& p);
   void Clear();
 
+  struct BODY;  // defined where it is used
+
  private:
-  struct BODY;
   BODY* m_body;  // never null
 };
 

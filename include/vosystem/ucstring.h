@@ -18,6 +18,7 @@ VOSYS_API unsigned short* strtouc(unsigned short* dst, const char* src);
 VOSYS_API unsigned short* strntouc(unsigned short* dst, const char* src, int n);
 VOSYS_API char* uctostr(char* dst, const unsigned short* src);
 VOSYS_API char* ucntostr(char* dst, const unsigned short* src, int n);
+// Units before the terminator; INT_MAX for a text too long for an int.
 VOSYS_API int ucstrlen(const unsigned short* s);
 VOSYS_API unsigned short* ucstrcpy(unsigned short* dst, const unsigned short* src);
 VOSYS_API unsigned short* ucstrncpy(unsigned short* dst, const unsigned short* src, int n);
@@ -55,7 +56,7 @@ VOSYS_API char* strlwr(char* s);
 
 // Resolves backslash escapes in place: "\" and up to five decimal digits become
 // the one unit of that value (narrowed to 16 bits). *removed gets the number of
-// units by which the text shrank. 0, or -1001 (no record) if out of memory.
+// units by which the text shrank. Always 0: the rewrite needs no memory.
 VOSYS_API int ucConvertSlashes(unsigned short* s, int* removed);
 
 // Result codes of the two stream converters.

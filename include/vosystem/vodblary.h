@@ -206,8 +206,11 @@ class VOSYS_API VODOUBLEARRAY {
   void Free();
   double* GetPointer() const { return m_first; }
   long GetNumReserved() const { return m_reserved; }
-  // Makes room for count elements unless more are reserved already; keep copies
-  // the old elements. 0 or a negative code (the old block stays then).
+  // Makes room for count elements unless that many are reserved already.
+  // With keep the old elements are copied over and the old block is freed
+  // after; on failure (a negative code) they stay in place. Without keep the
+  // old block is freed first, so that the two are never held at once; on
+  // failure the array is then left empty (no block, nothing reserved).
   int Reserve(long count, bool keep);
   void ReserveExc(long count, bool keep);
 

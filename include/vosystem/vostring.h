@@ -167,10 +167,13 @@ class VOSYS_API VOSTRING {
   int PadToLength(unsigned short c, int len);
   void SetLowerCase(int pos = 0);
   void SetUpperCase(int pos = 0);
-  int SetLineTermination(LINETERM term);
+  int SetLineTermination(LINETERM term);  // 1, or a negative code (text unchanged)
   int CheckLineTermination(LINETERM term) const;
 
-  // Room for units code units without unsharing. 0 or a negative code.
+  // Room for units code units without unsharing: a body shared with other
+  // handles grows for them all. The one exception is the empty body shared by
+  // default-constructed strings, which never changes: this handle gets a body
+  // of its own. 0 or a negative code.
   int Reserve(int units);
   // Makes the body private to this handle; call before writing into the text.
   void GetExclusive();
@@ -220,8 +223,13 @@ class VOSYS_API VOSTRING {
   void Attach(PRIV* body);
   bool MakeExclusive();  // false if a private copy could not be made
   int ReplaceRange(int first, int last, const unsigned short* src, int n);
-  unsigned short* m_text;  // mirror of the body's text pointer
-  PRIV* m_priv;            // never null
+  // A mirror of the body's text pointer, refreshed by every change through
+  // this handle. Nothing in the library reads it (a second handle's mirror
+  // may be stale); it keeps the handle's layout (text, then body) that
+  // applications built against this class expect, and lets a debugger show
+  // the text of a handle without following the body.
+  unsigned short* m_text;
+  PRIV* m_priv;  // never null
 };
 
 #endif

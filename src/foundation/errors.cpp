@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "text/vostring_priv.h"
 #include "vosystem/textres.h"
 #include "vosystem/vostring.h"
 
@@ -32,6 +33,10 @@ unsigned short* g_details = nullptr;
 unsigned g_disabled = 0;
 bool g_stringsGone = false;
 
+// The record's own strings are only ever edited in place (SetText), never
+// given another body: the code that raises a failure works on them through
+// GetErrString(), and a failure raised in the middle of that work (memory for
+// the value, say) comes back here and rewrites the text under it.
 struct STRINGS {
   VOSTRING text;     // the last-error text
   VOSTRING scratch;  // what GetErrString() gives while recording is disabled
@@ -61,6 +66,14 @@ STRINGS& Strings() {
   // destroyed land here; the block stays reachable and is never freed.
   static STRINGS* s_late = new STRINGS;
   return *s_late;
+}
+
+void SetText(VOSTRING& s, const VOSTRING& value) {
+  VOSTRING::PRIV::SetInPlace(s, value, value.GetLength());
+}
+
+void ClearText(VOSTRING& s) {
+  VOSTRING::PRIV::SetInPlace(s, nullptr, 0);
 }
 
 __attribute__((format(printf, 2, 3))) void AppendFormatted(VOSTRING& s, const char* format, ...) {
@@ -171,7 +184,7 @@ int _SetErrPosn(int code, const char* ident, int line) {
   if (code != g_code) {
     // The code line is written out here, not left as a template: the
     // message's own placeholders are for the values the raising code pushes.
-    text = TextOfCode(code);
+    SetText(text, TextOfCode(code));
     g_code = code;
     g_lineOpen = false;
     if (code != VOERROR_MessageOnly) AppendFormatted(text, "\nError code = %d", code);
@@ -193,7 +206,7 @@ void ClearLastErr() {
   g_lineOpen = false;
   VOSTRING& text = Strings().text;
   QUIET quiet;
-  text = VOSTRING::GetEmpty();
+  ClearText(text);
   free(g_details);
   g_details = nullptr;
 }
@@ -210,7 +223,8 @@ VOSTRING& GetErrString() {
   STRINGS& strings = Strings();
   if (!g_disabled) return strings.text;
   // A fresh empty string, format settings included, for values nobody reads.
-  strings.scratch = VOSTRING::GetEmpty();
+  QUIET quiet;
+  ClearText(strings.scratch);
   return strings.scratch;
 }
 
@@ -224,6 +238,8 @@ const unsigned short* GetErrStrUC(int code, int* kind) {
     result = VOSTRING::GetEmpty();
   } else if (code == g_code) {
     result = Strings().text;
+  } else if (code == VOERROR_SystemError) {
+    GetWindowsError(result);
   } else {
     result = TextOfCode(code);
     if (code != VOERROR_MessageOnly) AppendFormatted(result, "\nError code = %d", code);
@@ -271,9 +287,11 @@ int IsErrPosnDisabled() {
   return g_disabled ? 1 : 0;
 }
 
+// The copy is made before the old details go: text may be those details.
 void SetErrDetails(const unsigned short* text) {
+  unsigned short* copy = text ? CopyUnits(text) : nullptr;
   free(g_details);
-  g_details = text ? CopyUnits(text) : nullptr;
+  g_details = copy;
 }
 
 const unsigned short* GetErrDetails() {

@@ -1,9 +1,13 @@
 // STRUTF8: UTF-8 text on a shared body; values are replaced as a whole.
+static const char s_ident[] = "@(#) strutf8.cpp 1.0";
+
 #include "vosystem/strutf8.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include "foundation/errpos.h"
 #include "vosystem/ucconv.h"
 #include "vosystem/vostring.h"
 
@@ -12,12 +16,22 @@ namespace {
 // The one empty text, shared by every empty body and never freed.
 char EMPTY[1] = {0};
 
-// A heap copy of s, or EMPTY for a null, empty or uncopyable text.
+void OutOfMemory(size_t bytes) {
+  int rc = SETERR(VOERROR_OutOfMemory);
+  GetErrString() << static_cast<unsigned long long>(bytes);
+  (void)rc;
+}
+
+// A heap copy of s, or EMPTY for a null or empty text, or without memory
+// (recorded).
 char* Duplicate(const char* s) {
   if (!s || !*s) return EMPTY;
   size_t n = strlen(s) + 1;
   char* copy = static_cast<char*>(malloc(n));
-  if (!copy) return EMPTY;
+  if (!copy) {
+    OutOfMemory(n);
+    return EMPTY;
+  }
   memcpy(copy, s, n);
   return copy;
 }
@@ -36,21 +50,42 @@ void FreeText(char* text) {
 }  // namespace
 
 struct STRUTF8::BODY {
-  char* text;  // from the heap, or EMPTY
-  int refs;    // handles sharing this body
+  // The count of the fallback body, which is never counted nor freed.
+  static constexpr int kImmortal = -1;
 
-  static BODY* Create(char* text) { return new BODY{text, 1}; }
+  char* text;  // from the heap, or EMPTY
+  int refs;    // handles sharing this body, or kImmortal
+
+  // A body of its own for text, which it takes over. Without memory the text
+  // is freed and the handle shares the empty fallback body (recorded).
+  static BODY* Create(char* text);
+  void Share() {
+    if (refs != kImmortal) ++refs;
+  }
+  bool IsExclusive() const { return refs == 1; }
   void Release() {
-    if (--refs > 0) return;
+    if (refs == kImmortal || --refs > 0) return;
     FreeText(text);
     delete this;
   }
 };
 
+namespace {
+STRUTF8::BODY s_fallback = {EMPTY, STRUTF8::BODY::kImmortal};
+}
+
+STRUTF8::BODY* STRUTF8::BODY::Create(char* text) {
+  BODY* body = new (std::nothrow) BODY{text, 1};
+  if (body) return body;
+  FreeText(text);
+  OutOfMemory(sizeof(BODY));
+  return &s_fallback;
+}
+
 STRUTF8::STRUTF8() : m_body(BODY::Create(EMPTY)) {}
 
 STRUTF8::STRUTF8(const STRUTF8& other) : m_body(other.m_body) {
-  ++m_body->refs;
+  m_body->Share();
 }
 
 STRUTF8::STRUTF8(const char* s) : m_body(BODY::Create(Duplicate(s))) {}
@@ -63,7 +98,7 @@ STRUTF8::~STRUTF8() {
 
 STRUTF8& STRUTF8::operator=(const STRUTF8& other) {
   if (m_body == other.m_body) return *this;
-  ++other.m_body->refs;
+  other.m_body->Share();
   m_body->Release();
   m_body = other.m_body;
   return *this;
@@ -120,8 +155,8 @@ void STRUTF8::Attach(char*& p) {
   char* text = p ? p : EMPTY;
   p = nullptr;
   if (text == m_body->text) return;  // already ours
-  if (m_body->refs > 1) {
-    --m_body->refs;
+  if (!m_body->IsExclusive()) {
+    m_body->Release();
     m_body = BODY::Create(text);
     return;
   }
@@ -137,8 +172,8 @@ void STRUTF8::Attach(unsigned char*& p) {
 
 void STRUTF8::Clear() {
   if (IsEmpty()) return;
-  if (m_body->refs > 1) {
-    --m_body->refs;
+  if (!m_body->IsExclusive()) {
+    m_body->Release();
     m_body = BODY::Create(EMPTY);
     return;
   }

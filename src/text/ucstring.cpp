@@ -4,17 +4,15 @@
 // units. The n forms stop at the source's terminator (writing one) or after n
 // units (writing none); n <= 0 does nothing.
 #include <cctype>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "text/ucstring_priv.h"
 #include "vosystem/ucstring.h"
 
 namespace {
-
-// ucConvertSlashes' result when its working copy can't be allocated. It
-// leaves no error record: callers treat it as "text unchanged".
-constexpr int kNoWorkingCopy = -1001;
 
 // Units with any of the upper 8 bits set narrow to this byte.
 constexpr unsigned char kNarrowSubstitute = 127;
@@ -86,6 +84,12 @@ inline int SameUnit(unsigned short u) {
 
 }  // namespace
 
+size_t UcLength(const unsigned short* s) {
+  const unsigned short* p = s;
+  while (*p) ++p;
+  return static_cast<size_t>(p - s);
+}
+
 extern "C" {
 
 // ------------------------------------------------------------ copy, widen, narrow
@@ -112,10 +116,11 @@ char* ucntostr(char* dst, const unsigned short* src, int n) {
   return CopyAtMost(dst, src, n, NarrowUnit);
 }
 
+// A text longer than an int counts answers INT_MAX, never a negative or
+// wrapped length that a caller would size a copy by.
 int ucstrlen(const unsigned short* s) {
-  const unsigned short* p = s;
-  while (*p) ++p;
-  return static_cast<int>(p - s);
+  const size_t n = UcLength(s);
+  return n > INT_MAX ? INT_MAX : static_cast<int>(n);
 }
 
 unsigned short* ucstrcpy(unsigned short* dst, const unsigned short* src) {
@@ -233,7 +238,7 @@ unsigned short* ucstrtok(unsigned short* s, const unsigned short* delim) {
 
 unsigned short* ucstrdup(const unsigned short* s) {
   if (s == nullptr) return nullptr;
-  const size_t bytes = (static_cast<size_t>(ucstrlen(s)) + 1) * sizeof(unsigned short);
+  const size_t bytes = (UcLength(s) + 1) * sizeof(unsigned short);
   auto* copy = static_cast<unsigned short*>(malloc(bytes));
   if (copy) memcpy(copy, s, bytes);
   return copy;
@@ -241,7 +246,7 @@ unsigned short* ucstrdup(const unsigned short* s) {
 
 char* uctostrdup(const unsigned short* s) {
   if (s == nullptr) return nullptr;
-  auto* copy = static_cast<char*>(malloc(static_cast<size_t>(ucstrlen(s)) + 1));
+  auto* copy = static_cast<char*>(malloc(UcLength(s) + 1));
   return copy ? uctostr(copy, s) : nullptr;
 }
 
@@ -287,25 +292,28 @@ char* strlwr(char* s) {
 // backslashes, and the second one may itself start an escape ("\\65" gives
 // "\A"). This keeps paths such as "\\server\share" intact. *removed counts
 // the units the escapes saved, also when one of them wrote a unit 0.
+//
+// An escape is never shorter than the unit it becomes, so the text is
+// rewritten in place, left to right, the writer never ahead of the reader:
+// no working copy, hence no failure.
 int ucConvertSlashes(unsigned short* s, int* removed) {
-  const size_t len = static_cast<size_t>(ucstrlen(s));
-  auto* copy = static_cast<unsigned short*>(malloc((len + 1) * sizeof(unsigned short)));
-  if (copy == nullptr) return kNoWorkingCopy;
-  memcpy(copy, s, (len + 1) * sizeof(unsigned short));
-
   unsigned short* out = s;
-  for (const unsigned short* in = copy; *in;) {
-    const int used = ReadDecimalEscape(in, out);
+  const unsigned short* in = s;
+  while (*in) {
+    unsigned short unit;
+    const int used = ReadDecimalEscape(in, &unit);
     if (used == 0) {
-      *out = *in++;
+      unit = *in++;
     } else {
       in += used;
     }
-    ++out;
+    *out++ = unit;
   }
   *out = 0;
-  free(copy);
-  if (removed) *removed = static_cast<int>(len - static_cast<size_t>(out - s));
+  if (removed) {
+    const size_t saved = static_cast<size_t>(in - out);
+    *removed = saved > INT_MAX ? INT_MAX : static_cast<int>(saved);
+  }
   return 0;
 }
 

@@ -12,7 +12,9 @@ static const char s_ident[] = "@(#) vostring.cpp 1.0";
 #include <cstring>
 #include <new>
 
+#include "foundation/clocale.h"
 #include "foundation/errpos.h"
+#include "text/ucstring_priv.h"
 #include "text/vostring_priv.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/textres.h"
@@ -51,7 +53,12 @@ void FreeText(PRIV* p) {
 // A new body whose block holds `units` units, zeroed; null if memory is out.
 PRIV* NewBody(int units) {
   PRIV* p = new (std::nothrow) PRIV;
-  if (!p) return nullptr;
+  if (!p) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long>(sizeof(PRIV));
+    (void)rc;
+    return nullptr;
+  }
   void* block = nullptr;
   if (MmAllocC(&block, static_cast<unsigned long>(units) * sizeof(unsigned short)) < 0) {
     delete p;
@@ -62,19 +69,32 @@ PRIV* NewBody(int units) {
   return p;
 }
 
+// The immortal empty body is neither counted nor freed.
 void ReleaseBody(PRIV* p) {
   if (p->refs > 1) {
     --p->refs;
-    return;
+  } else if (p->refs == 1) {
+    FreeText(p);
+    delete p;
   }
-  FreeText(p);
-  delete p;
+}
+
+void ShareBody(PRIV* p) {
+  if (!p->IsImmortal()) ++p->refs;
 }
 
 PRIV* ShareEmpty() {
-  PRIV* p = PRIV::GetEmpty();
-  ++p->refs;
-  return p;
+  return PRIV::GetEmpty();
+}
+
+// n units of a caller's text as a body's length, or -1 with the failure
+// recorded when no body can hold them: nothing is ever cut silently.
+int BodyUnits(size_t n) {
+  if (n <= static_cast<size_t>(kMaxUnits)) return static_cast<int>(n);
+  int rc = SETERR(VOERROR_OutOfMemory);
+  GetErrString() << static_cast<unsigned long long>(n) * 2 + 4;
+  (void)rc;
+  return -1;
 }
 
 int ClipLast(int last, int length) {
@@ -99,7 +119,7 @@ int FindUnit(const unsigned short* s, int from, int to, unsigned short c) {
 // Appending into spare room of a private body is the common case of building
 // a string piece by piece: done here without the general edit's bookkeeping.
 bool TryAppendInPlace(PRIV* p, const unsigned short* s, int n) {
-  if (p->refs != 1 || IsInBlock(p, s)) return false;
+  if (!p->IsExclusive() || IsInBlock(p, s)) return false;
   if (2 * (static_cast<int64_t>(p->length) + n) + 4 > p->capacity) return false;
   unsigned short* at = p->text + p->length;
   memcpy(at, s, static_cast<size_t>(n) * sizeof(unsigned short));
@@ -125,8 +145,8 @@ int FindMismatch(const unsigned short* a, const unsigned short* b, int n) {
 // (at <= length), reusing the block. False if no room could be had (nothing
 // changed then); a null s leaves the text cut at `at`.
 bool WidenInto(PRIV* p, int at, const char* s) {
-  const int n = s ? static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits - at)) : 0;
-  if (p->Reserve(at + n) < 0) return false;
+  const int n = BodyUnits(static_cast<size_t>(at) + (s ? strlen(s) : 0)) - at;
+  if (n < 0 || p->Reserve(at + n) < 0) return false;
   unsigned short* out = p->text + at;
   for (int i = 0; i < n; ++i) out[i] = static_cast<unsigned char>(s[i]);
   out[n] = 0;
@@ -145,19 +165,15 @@ bool InSet(const VOSTRING& set, unsigned short c) {
 
 // ---------------------------------------------------------------- the body
 
+namespace {
+// Never written: every change of a handle on the empty body goes to a body of
+// its own first, and Reserve does not grow this one.
+unsigned short s_emptyText[kEmptyUnits] = {};
+PRIV s_emptyBody = {PRIV::kImmortal, s_emptyText, 0, kEmptyUnits * 2};
+}  // namespace
+
 VOSTRING::PRIV* VOSTRING::PRIV::GetEmpty() {
-  // Kept for the whole life of the process: handles held in other statics may
-  // be destroyed after any exit handler of ours would run, so the shared empty
-  // body must never go away under them. The pointer keeps it reachable.
-  static PRIV* s_empty = [] {
-    PRIV* p = NewBody(kEmptyUnits);
-    if (!p) {
-      p = new PRIV;
-      p->text = s_noText;
-    }
-    return p;
-  }();
-  return s_empty;
+  return &s_emptyBody;
 }
 
 VOSTRING::PRIV* VOSTRING::PRIV::Create(const unsigned short* s, int n) {
@@ -234,6 +250,29 @@ int VOSTRING::PRIV::ReplaceUnits(int first, int last, const unsigned short* src,
   return 0;
 }
 
+void VOSTRING::PRIV::SetInPlace(VOSTRING& s, const unsigned short* text, int n) {
+  if (s.MakeExclusive()) {
+    PRIV& p = *s.m_priv;
+    if (p.ReplaceUnits(0, p.length - 1, text, n) < 0 && p.length > 0) {
+      p.length = 0;
+      p.text[0] = 0;
+    }
+    const PRIV fresh;
+    p.dollarScan = p.percentScan = 0;
+    p.substOff = fresh.substOff;
+    p.signP = p.signC = fresh.signP;
+    p.alignP = p.alignC = fresh.alignP;
+    p.percentSuspend = fresh.percentSuspend;
+    p.precP = p.precC = fresh.precP;
+    p.widthP = p.widthC = fresh.widthP;
+    p.baseP = p.baseC = fresh.baseP;
+    p.fillP = p.fillC = fresh.fillP;
+    p.floatP = p.floatC = fresh.floatP;
+    p.boolStyle = fresh.boolStyle;
+  }
+  s.m_text = s.m_priv->text;
+}
+
 // ---------------------------------------------------------------- handles
 
 void VOSTRING::Attach(PRIV* body) {
@@ -250,18 +289,20 @@ VOSTRING::VOSTRING(PRIV* body) {
 }
 
 VOSTRING::VOSTRING(const VOSTRING& other) {
-  ++other.m_priv->refs;
+  ShareBody(other.m_priv);
   Attach(other.m_priv);
 }
 
 VOSTRING::VOSTRING(const unsigned short* s) {
-  Attach(PRIV::Create(s, s ? ucstrlen(s) : 0));
+  const int n = BodyUnits(s ? UcLength(s) : 0);
+  Attach(n < 0 ? ShareEmpty() : PRIV::Create(s, n));
 }
 
 VOSTRING::VOSTRING(const char16_t* s) : VOSTRING(reinterpret_cast<const unsigned short*>(s)) {}
 
 VOSTRING::VOSTRING(const char* s) {
-  Attach(PRIV::CreateWidened(s, s ? static_cast<int>(std::min<size_t>(strlen(s), kMaxUnits)) : 0));
+  const int n = BodyUnits(s ? strlen(s) : 0);
+  Attach(n < 0 ? ShareEmpty() : PRIV::CreateWidened(s, n));
 }
 
 VOSTRING::VOSTRING(int value) {
@@ -295,7 +336,7 @@ void VOSTRING::GetExclusive() {
 }
 
 bool VOSTRING::MakeExclusive() {
-  if (m_priv->refs <= 1) return true;
+  if (m_priv->IsExclusive()) return true;
   const PRIV& old = *m_priv;
   PRIV* copy = NewBody(old.length > 0 ? old.length + 1 : kEmptyUnits);
   if (!copy) return false;  // recorded; the shared body must stay untouched
@@ -344,7 +385,7 @@ unsigned short* VOSTRING::GetString() const {
 
 double VOSTRING::ConvertToDouble() const {
   char* narrow = GetEncoded(CHAR_ENCODING_ASCII);
-  double value = narrow ? atof(narrow) : 0.0;
+  double value = narrow ? CStrtod(narrow, nullptr) : 0.0;  // as atof, in the C locale
   free(narrow);
   return value;
 }
@@ -465,7 +506,7 @@ int VOSTRING::ReplaceRange(int first, int last, const unsigned short* src, int n
 
 VOSTRING& VOSTRING::operator=(const VOSTRING& other) {
   if (other.m_priv == m_priv) return *this;
-  ++other.m_priv->refs;  // before the release: other may hang on our body only
+  ShareBody(other.m_priv);  // before the release: other may hang on our body only
   ReleaseBody(m_priv);
   Attach(other.m_priv);
   return *this;
@@ -473,8 +514,8 @@ VOSTRING& VOSTRING::operator=(const VOSTRING& other) {
 
 VOSTRING& VOSTRING::operator=(const unsigned short* s) {
   if (s == m_priv->text && s) return *this;
-  int n = s ? ucstrlen(s) : 0;
-  if (ReplaceRange(0, m_priv->length - 1, s, n) == 0) m_priv->LowerScans(0);
+  const int n = BodyUnits(s ? UcLength(s) : 0);
+  if (n >= 0 && ReplaceRange(0, m_priv->length - 1, s, n) == 0) m_priv->LowerScans(0);
   return *this;
 }
 
@@ -502,8 +543,9 @@ VOSTRING& VOSTRING::operator+=(const VOSTRING& s) {
 
 VOSTRING& VOSTRING::operator+=(const unsigned short* s) {
   if (!s) return *this;
-  const int n = ucstrlen(s);
-  if (!TryAppendInPlace(m_priv, s, n)) ReplaceRange(m_priv->length, m_priv->length - 1, s, n);
+  const int n = BodyUnits(UcLength(s));
+  if (n >= 0 && !TryAppendInPlace(m_priv, s, n))
+    ReplaceRange(m_priv->length, m_priv->length - 1, s, n);
   return *this;
 }
 
@@ -532,9 +574,12 @@ int VOSTRING::Assign(const unsigned short* src, int first, int last) {
   if (!src || first < 0 || first > last) return 0;
   int start = 0;
   while (start < first && src[start]) ++start;
-  int n = 0;
+  const size_t most = static_cast<size_t>(last - first) + 1;
+  size_t units = 0;
   if (start == first)  // else the text ends before the range: the result is empty
-    while (n <= last - first && src[first + n]) ++n;
+    while (units < most && src[first + units]) ++units;
+  const int n = BodyUnits(units);
+  if (n < 0) return VOERROR_OutOfMemory;
   int rc = ReplaceRange(0, m_priv->length - 1, src + first, n);
   if (rc == 0) m_priv->LowerScans(0);
   return rc;
@@ -624,7 +669,13 @@ void VOSTRING::SetUpperCase(int pos) {
   ucstrupr(m_priv->text + pos);
 }
 
+// A body shared with other handles grows for all of them, as they all see the
+// text through it; the immortal empty body is the exception, since growing it
+// would move the text of every default-constructed string in every thread.
 int VOSTRING::Reserve(int units) {
+  if (m_priv->IsImmortal() && 2 * static_cast<int64_t>(units) + 4 > m_priv->capacity &&
+      !MakeExclusive())
+    return VOERROR_OutOfMemory;
   int rc = m_priv->Reserve(units);
   m_text = m_priv->text;
   return rc;
@@ -674,23 +725,25 @@ int RewriteCrLf(const unsigned short* t, int n, unsigned short* out) {
 
 }  // namespace
 
+// 1 when done (also for a value that names no termination, which changes
+// nothing), or the negative code of a failed allocation, the text unchanged.
 int VOSTRING::SetLineTermination(LINETERM term) {
   if (term != LINETERM_LF && term != LINETERM_CR && term != LINETERM_CRLF) return 1;
   if (CheckLineTermination(term)) return 1;
   const int n = m_priv->length;
   void* block = nullptr;
   // CR LF at most doubles the text.
-  if (MmAlloc(&block, (static_cast<unsigned long>(n) * 2 + 1) * sizeof(unsigned short)) < 0)
-    return 1;
+  int rc = MmAlloc(&block, (static_cast<unsigned long>(n) * 2 + 1) * sizeof(unsigned short));
+  if (rc < 0) return PASSERR(rc);
   unsigned short* out = static_cast<unsigned short*>(block);
   const unsigned short* t = m_priv->text;
   int k = term == LINETERM_CRLF ? RewriteCrLf(t, n, out)
                                 : RewriteSingle(t, n, term == LINETERM_LF ? kLF : kCR, out);
   int firstChange = 0;
   while (firstChange < n && firstChange < k && t[firstChange] == out[firstChange]) ++firstChange;
-  ReplaceRange(firstChange, n - 1, out + firstChange, k - firstChange);
+  rc = ReplaceRange(firstChange, n - 1, out + firstChange, k - firstChange);
   free(block);
-  return 1;
+  return rc < 0 ? PASSERR(rc) : 1;
 }
 
 int VOSTRING::CheckLineTermination(LINETERM term) const {

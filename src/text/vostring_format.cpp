@@ -12,7 +12,10 @@ static const char s_ident[] = "@(#) vostring_format.cpp 1.0";
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <new>
 
+#include "foundation/clocale.h"
 #include "foundation/errpos.h"
 #include "text/vostring_priv.h"
 #include "vosystem/memfunc.h"
@@ -207,8 +210,7 @@ void InsertNarrow(PRIV& p, const char* s) {
   int first, last;
   p.FindSubs(SUBSTYPE_STRING, first, last);
   size_t n = s ? strlen(s) : 0;
-  if (n > kMaxNarrow) return;
-  if (p.Replace(first, std::max(last, first), s) < 0) return;
+  if (p.Replace(first, std::max(last, first), s) < 0) return;  // also too long: recorded
   PadValue(p, first, static_cast<int>(n), p.alignC == 1);
 }
 
@@ -216,7 +218,10 @@ void InsertNarrow(PRIV& p, const char* s) {
 // a "$n" placeholder or the end can take.
 void InsertRounded(PRIV& p, double value) {
   char buf[64];
-  snprintf(buf, sizeof buf, "%.0f", value);
+  {
+    C_LOCALE_SCOPE c;
+    snprintf(buf, sizeof buf, "%.0f", value);
+  }
   ++p.percentSuspend;
   InsertNarrow(p, buf);
   --p.percentSuspend;
@@ -239,16 +244,21 @@ void PutDigits(PRIV& p, int first, int last, uint32_t value) {
   PadValue(p, first, n, p.alignC != 2);
 }
 
+// The words for yes and no in three letter cases, fetched together on the
+// first use from any thread and only read after that: handles on them are
+// never copied, so no count of theirs changes. They are kept for the life of
+// the process, for values formatted by exit handlers too.
 const VOSTRING& BoolWord(bool value, int style) {
   static const int kIds[6] = {9500, 9501, 9502, 8403, 8404, 8405};
-  static VOSTRING s_words[6];
-  static bool s_fetched[6];
-  int i = (value ? 0 : 3) + std::min(std::max(style, 0), 2);
-  if (!s_fetched[i]) {
-    s_words[i] = TEXTRES::GetString(kIds[i]);
-    s_fetched[i] = true;
-  }
-  return s_words[i];
+  static VOSTRING* s_words = nullptr;
+  static std::once_flag s_fetched;
+  std::call_once(s_fetched, [] {
+    s_words = new (std::nothrow) VOSTRING[6];
+    if (s_words)
+      for (int i = 0; i < 6; ++i) s_words[i] = TEXTRES::GetString(kIds[i]);
+  });
+  if (!s_words) return VOSTRING::GetEmpty();
+  return s_words[(value ? 0 : 3) + std::min(std::max(style, 0), 2)];
 }
 
 }  // namespace
@@ -325,7 +335,10 @@ void VOSTRING::PRIV::FormatFloat(double value) {
   *f++ = floatC == FLOATFMT_GENERAL ? 'G' : floatC == FLOATFMT_EXP ? 'E' : 'f';
   *f = 0;
   char buf[kFloatBufSize];
-  snprintf(buf, sizeof buf, fmt, value);
+  {
+    C_LOCALE_SCOPE c;  // a point, never a comma
+    snprintf(buf, sizeof buf, fmt, value);
+  }
   Replace(first, std::max(last, first), buf);
 }
 
@@ -349,7 +362,11 @@ int VOSTRING::PRIV::Replace(int first, int last, const char* text) {
   // At the end the range is empty and the text is appended.
   last = first == length ? first - 1 : std::min(last, length - 1);
   size_t n = text ? strlen(text) : 0;
-  if (n > kMaxNarrow) return SETERR(VOERROR_InvalidArgument);
+  if (n > kMaxNarrow) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(n) * 2 + 4;
+    return rc;
+  }
   unsigned short stackUnits[kNarrowStackUnits] = {};
   unsigned short* units = stackUnits;
   if (n > kNarrowStackUnits) {
@@ -395,8 +412,8 @@ VOSTRING& VOSTRING::operator<<(STR_OP op) {
 
 VOSTRING& VOSTRING::operator<<(bool value) {
   if (!MakeExclusive()) return *this;
-  // Taken by value: the word's body is shared with the static cache.
-  VOSTRING word = BoolWord(value, m_priv->boolStyle);
+  // Read in place: our body is exclusive now, so it is not the word's.
+  const VOSTRING& word = BoolWord(value, m_priv->boolStyle);
   m_priv->InsertText(word.m_priv->text, word.m_priv->length);
   m_text = m_priv->text;
   return *this;

@@ -9,7 +9,12 @@
 #include "vosystem/vostring.h"
 
 struct VOSTRING::PRIV {
-  int refs = 1;                    // handles sharing this body
+  // The count of the one shared empty body, which is never counted, never
+  // changed and never freed: default-constructed strings in any thread share
+  // it without touching it, so they need no lock and no atomic count.
+  static constexpr int kImmortal = -1;
+
+  int refs = 1;                    // handles sharing this body, or kImmortal
   unsigned short* text = nullptr;  // null-terminated, from the heap
   int length = 0;                  // units before the terminator
   int capacity = 0;                // size of the text block in bytes
@@ -31,12 +36,23 @@ struct VOSTRING::PRIV {
 
   static unsigned short s_zero;  // what operator[] returns out of range
 
-  // The one shared empty body (created on first use, destroyed at exit).
+  // The one shared empty body: constant-initialised, so it exists before any
+  // code runs and after every exit handler.
   static PRIV* GetEmpty();
+  bool IsImmortal() const { return refs == kImmortal; }
+  // A body is the handle's own only at a count of exactly 1.
+  bool IsExclusive() const { return refs == 1; }
   // A new body holding a copy of n units of s (n >= 0), with room for two
   // more; 16 units for an empty text.
   static PRIV* Create(const unsigned short* s, int n);
   static PRIV* CreateWidened(const char* s, int n);
+
+  // Puts n units of text in place of s's text and gives s the format of a new
+  // string, keeping s on its own body instead of swapping bodies. The error
+  // record edits its texts this way: a failure raised while a value goes into
+  // one of them must not free the body that the insertion is working on. On
+  // failure (recorded) s is left empty.
+  static void SetInPlace(VOSTRING& s, const unsigned short* text, int n);
 
   // Makes room for n units plus terminator and one spare, without unsharing.
   int Reserve(int n);

@@ -17,6 +17,7 @@ static const char s_ident[] = "@(#) vostring_sprintf.cpp 1.0";
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/clocale.h"
 #include "foundation/errpos.h"
 #include "text/vostring_priv.h"
 #include "vosystem/ucstring.h"
@@ -302,6 +303,7 @@ int VOSTRING::PRIV::Sprintfv(const unsigned short* format, va_list args) {
   if (rc >= 0) {
     Args a;
     va_copy(a.ap, args);
+    C_LOCALE_SCOPE c;  // numbers as in the C locale, whatever the process set
     rc = RunFormat(*this, format, len, a);
     va_end(a.ap);
   }
