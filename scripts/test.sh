@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test twice: a normal build, and an AddressSanitizer +
-# UndefinedBehaviorSanitizer build (leaks detected too); then runs each fuzz
+# UndefinedBehaviorSanitizer build (leaks detected too); runs the tests of
+# state that threads share unawares under ThreadSanitizer; then runs each fuzz
 # target briefly. Warnings are errors in all builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,6 +21,12 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVOSYS_SANITIZE=ON
 cmake --build build-asan -j"$jobs"
 ctest --test-dir build-asan -j"$jobs" --output-on-failure
+
+echo "== ThreadSanitizer build: the state threads share without knowing it"
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=Debug -DVOSYS_SANITIZE=thread
+cmake --build build-tsan -j"$jobs" --target threads_test
+ctest --test-dir build-tsan -j"$jobs" --output-on-failure -R '^Threads\.'
 
 echo "== fuzz targets, ${FUZZ_SECONDS}s each"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \

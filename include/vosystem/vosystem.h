@@ -1,4 +1,24 @@
 // Umbrella header: every public header of the library.
+//
+// Threads. The library takes no lock. One object belongs to one thread at a
+// time: a VOSTRING or STRUTF8 handle and the handles that share its body (its
+// copies) must not be used from two threads at once, nor may any container,
+// stream or document. Separate objects may be used from separate threads.
+//
+// What threads share without seeing it is safe to share:
+//   - the empty body of every default-constructed VOSTRING (and the empty
+//     text of STRUTF8), which is never counted, changed or freed;
+//   - the process-wide tables loaded on first use (the character database,
+//     the words for yes and no): the first use from several threads at once
+//     loads once, every thread sees the whole table, and a load that failed
+//     stays failed;
+//   - the counter of SetErrPosnDisable/SetErrPosnEnable, which conversions
+//     use on their own.
+//
+// What is process-wide and not guarded: the last-error record (code, text,
+// module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
+// Two threads must not fail, nor read the record, at the same time; and
+// ucstrtok keeps one position for the whole process.
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 

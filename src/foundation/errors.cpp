@@ -2,6 +2,7 @@
 
 #include "vosystem/errors.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -30,7 +31,11 @@ int g_repeat = 0;
 // the remembered line is no longer there.
 bool g_lineOpen = false;
 unsigned short* g_details = nullptr;
-unsigned g_disabled = 0;
+// The disable counter is the one piece of the record that code raising no
+// failure touches: conversions bracket their attempts with it, from whatever
+// thread they run in. So it is atomic (relaxed: it orders nothing else), and
+// a count never goes wrong, though it still acts for the whole process.
+std::atomic<unsigned> g_disabled{0};
 bool g_stringsGone = false;
 
 // The record's own strings are only ever edited in place (SetText), never
@@ -48,12 +53,16 @@ struct STRINGS {
   }
 };
 
+bool IsDisabled() {
+  return g_disabled.load(std::memory_order_relaxed) != 0;
+}
+
 // Keeps recording off inside the record's own work: a failure while the text
 // is fetched or edited must not come back and rewrite the record half-way.
 class QUIET {
  public:
-  QUIET() { ++g_disabled; }
-  ~QUIET() { --g_disabled; }
+  QUIET() { g_disabled.fetch_add(1, std::memory_order_relaxed); }
+  ~QUIET() { g_disabled.fetch_sub(1, std::memory_order_relaxed); }
   QUIET(const QUIET&) = delete;
   QUIET& operator=(const QUIET&) = delete;
 };
@@ -172,13 +181,13 @@ unsigned short* CopyUnits(const unsigned short* text) {
 // ---------------------------------------------------------------- recording
 
 int _SetErrPosnC(int code, const char* ident, int line) {
-  if (code >= 0 || g_disabled) return code;
+  if (code >= 0 || IsDisabled()) return code;
   ClearLastErr();
   return _SetErrPosn(code, ident, line);
 }
 
 int _SetErrPosn(int code, const char* ident, int line) {
-  if (code >= -1 || g_disabled) return code;
+  if (code >= -1 || IsDisabled()) return code;
   VOSTRING& text = Strings().text;
   QUIET quiet;
   if (code != g_code) {
@@ -200,7 +209,7 @@ int _SetErrPosn(int code, const char* ident, int line) {
 }
 
 void ClearLastErr() {
-  if (g_disabled) return;
+  if (IsDisabled()) return;
   g_code = 0;
   g_lastLine = -1;
   g_lineOpen = false;
@@ -221,7 +230,7 @@ VOSTRING& GetRefErrStr() {
 
 VOSTRING& GetErrString() {
   STRINGS& strings = Strings();
-  if (!g_disabled) return strings.text;
+  if (!IsDisabled()) return strings.text;
   // A fresh empty string, format settings included, for values nobody reads.
   QUIET quiet;
   ClearText(strings.scratch);
@@ -276,15 +285,17 @@ void GetWindowsError(VOSTRING& out) {
 // ---------------------------------------------------------------- suppression and details
 
 void SetErrPosnDisable() {
-  ++g_disabled;
+  g_disabled.fetch_add(1, std::memory_order_relaxed);
 }
 
 void SetErrPosnEnable() {
-  if (g_disabled) --g_disabled;
+  unsigned n = g_disabled.load(std::memory_order_relaxed);
+  while (n && !g_disabled.compare_exchange_weak(n, n - 1, std::memory_order_relaxed)) {
+  }
 }
 
 int IsErrPosnDisabled() {
-  return g_disabled ? 1 : 0;
+  return IsDisabled() ? 1 : 0;
 }
 
 // The copy is made before the old details go: text may be those details.

@@ -1,4 +1,5 @@
 # Script mode: install, configure and build the consumer, then run it.
+# LIBDIR is the library folder below the prefix, as the build installs it.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
 
@@ -21,13 +22,13 @@ if(NOT LAST_OUTPUT MATCHES "${expected}")
 endif()
 
 # The same program built by hand with the flags pkg-config gives.
-set(ENV{PKG_CONFIG_PATH} ${prefix}/lib/pkgconfig:${prefix}/lib/x86_64-linux-gnu/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(pkg-config --cflags --libs vosystem)
 string(STRIP "${LAST_OUTPUT}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
 run(${CXX} -std=c++17 ${extra} ${SOURCE_DIR}/main.cpp ${flags} -o ${WORK_DIR}/consumer_pc)
-execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/lib ${WORK_DIR}/consumer_pc
+execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${WORK_DIR}/consumer_pc
   RESULT_VARIABLE rc OUTPUT_VARIABLE out)
 if(NOT rc EQUAL 0 OR NOT out MATCHES "${expected}")
   message(FATAL_ERROR "pkg-config consumer failed (${rc}): ${out}")

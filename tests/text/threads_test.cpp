@@ -1,0 +1,77 @@
+// State that threads share without knowing it: the empty body of every
+// default-constructed string, the words for yes and no, and the first load of
+// the character database. Each test runs in its own process, so the loads
+// really are first; the ThreadSanitizer build runs these too.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "test_util.h"
+#include "vosystem/ucdata.h"
+#include "vosystem/ucdecomp.h"
+#include "vosystem/vostring.h"
+
+namespace {
+
+constexpr int kThreads = 4;
+
+// Runs body(i) on kThreads threads released at once.
+template <class BODY>
+void RunTogether(BODY body) {
+  std::atomic<int> waiting{kThreads};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      --waiting;
+      while (waiting.load() > 0) std::this_thread::yield();
+      body(i);
+    });
+  }
+  for (auto& t : threads) t.join();
+}
+
+TEST(Threads, EmptyStringsAreSharedWithoutRaces) {
+  std::atomic<int> wrong{0};
+  RunTogether([&](int i) {
+    for (int n = 0; n < 20000; ++n) {
+      VOSTRING a;
+      VOSTRING b(a);
+      VOSTRING c = VOSTRING::GetEmpty();
+      b = c;
+      a.Reserve(100);  // never grows the shared body
+      VOSTRING d;
+      d += static_cast<unsigned short>('a' + i);
+      if (!c.IsEmpty() || b.GetLength() != 0 || U8(d) != std::string(1, 'a' + i)) ++wrong;
+    }
+  });
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_TRUE(VOSTRING().IsEmpty());
+}
+
+TEST(Threads, FirstCharacterQueriesSeeTheWholeTable) {
+  std::atomic<int> wrong{0};
+  RunTogether([&](int) {
+    if (uctolower(0xC9) != 0xE9 || uctoupper(0x3B1) != 0x391 ||
+        !ucisprop(0x4E00, 1ul << UCCATEGORY_Lo) || !ucisbidiprop(0x5D0, 1ul << UCBIDICLASS_R))
+      ++wrong;
+    const unsigned short text[] = {'e', 0x301, 0};
+    unsigned short* composed = MucRecompose(text);
+    if (!composed || composed[0] != 0xE9 || composed[1] != 0) ++wrong;
+    free(composed);
+  });
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST(Threads, FirstBooleanWordsAreFetchedOnce) {
+  std::string words[kThreads];
+  RunTogether([&](int i) {
+    VOSTRING s;
+    s << STR_BOOL_TITLE << true << " " << false;
+    words[i] = U8(s);
+  });
+  for (const auto& w : words) EXPECT_EQ(w, words[0]);
+}
+
+}  // namespace
