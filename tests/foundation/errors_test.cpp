@@ -163,9 +163,28 @@ TEST(ErrorRecord, DetailsAreCopiedAndCleared) {
   SetErrDetails(text);
   text[0] = 'X';
   EXPECT_EQ(Narrow(GetErrDetails()), "disk");
+  SetErrDetails(GetErrDetails());  // its own details: copied before they go
+  EXPECT_EQ(Narrow(GetErrDetails()), "disk");
   SetErrDetails(nullptr);
   EXPECT_EQ(GetErrDetails(), nullptr);
   SetErrDetails(text);
   _SetErrPosnC(-1102, kRaw, 1);  // a new record forgets them
   EXPECT_EQ(GetErrDetails(), nullptr);
+}
+
+// A value that can't go into the message raises a failure of its own, which
+// rewrites the record under the insertion that is running on it.
+TEST(ErrorRecord, FailureWhileFillingTheMessage) {
+  _SetErrPosnC(-1104, kRaw, 10);
+  GetErrString() << STR_BASE16;
+  EXPECT_EQ(GetErrString().Pad('x', 0x7FFFFFF0), VOERROR_OutOfMemory);
+  EXPECT_EQ(GetLastErrCode(), VOERROR_OutOfMemory);
+  EXPECT_EQ(Record().rfind("Unknown error code (-1015)\nError code = -1015", 0), 0u);
+  GetErrString() << 255;  // the new message starts with a new format
+  EXPECT_EQ(Record().substr(Record().size() - 3), "255");
+
+  // Likewise while recording is off, on the blank string.
+  SetErrPosnDisable();
+  EXPECT_EQ(GetErrString().Pad('x', 0x7FFFFFF0), VOERROR_OutOfMemory);
+  SetErrPosnEnable();
 }

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vosystem/ucdata.h"
@@ -236,6 +239,32 @@ TEST_F(UcDataFileTest, ChainsRunLongestFirst) {
   EXPECT_EQ(ChainOf('q'), u"");
   EXPECT_EQ(Apply(MucRecompose, u"xyzxyxyqxvzvyzqy"), u"\u0100\u0200\u0200qx\u0501\u1000qy");
   EXPECT_EQ(Apply(MucDecompose, u"\u0100\u0150\u0600"), u"xyz\u0150qy");  // one unit stays
+}
+
+// Tens of thousands of records on one chain, longest last in code order: the
+// order in which linking one record at a time walks the whole chain for each.
+TEST_F(UcDataFileTest, OneHugeChainLinksInOrder) {
+  const unsigned char L = UCCATEGORY_Ll, C = UCDECOMPTYPE_Canonical;
+  const int n = 65000;
+  std::vector<REC> recs = {{'x', 'X', L, 0, kNone, u""}};
+  auto lengthOf = [&](int i) { return 255 - i * 254 / (n - 1); };  // 255 down to 1
+  for (int i = 0; i < n; ++i)
+    recs.push_back({static_cast<unsigned short>(0x100 + i), 0, L, 0, C,
+                    u"x" + std::u16string(lengthOf(i) - 1, u'y')});
+  Write(File(recs));
+  std::vector<std::pair<int, int>> chain;  // length, code
+  const unsigned char* rec = GetUCDATA('x');
+  for (unsigned short link = UCDATA::VariantLink(rec); link && chain.size() <= n;) {
+    rec = GetUCDATA(link);
+    ASSERT_NE(rec, nullptr);
+    chain.emplace_back(UCDATA::SequenceLength(rec), link);
+    link = UCDATA::NextVariant(rec);
+  }
+  ASSERT_EQ(chain.size(), static_cast<size_t>(n));
+  // Longest first; among equal lengths the later code first.
+  EXPECT_TRUE(std::is_sorted(chain.begin(), chain.end(), std::greater<>()));
+  EXPECT_EQ(Apply(MucRecompose, u"x" + std::u16string(254, u'y') + u"x"),
+            std::u16string(1, static_cast<char16_t>(chain.front().second)) + u"x");
 }
 
 // Only the low six bits of the property bytes are properties, and a value

@@ -5,11 +5,14 @@
 #include <cfloat>
 #include <charconv>
 #include <climits>
+#include <clocale>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "test_util.h"
 #include "vosystem/textres.h"
@@ -202,6 +205,60 @@ TEST(VostringFormat, FloatsMatchSnprintf) {
   VOSTRING big;
   big.FmtSetPrecision(30000) << -DBL_MAX;  // clamped, not cut or overflowed
   EXPECT_EQ(big.GetLength(), 1 + 309 + 1 + 3600);
+}
+
+// A locale whose decimal mark is a comma, made with localedef from a source
+// and an ASCII character map written here, so that no locale package is
+// needed. Returns the folder to put in LOCPATH, or "" if it can't be made.
+std::string MakeCommaLocale() {
+  const char* tmp = getenv("TMPDIR");
+  std::string base = std::string(tmp && *tmp ? tmp : "/tmp") + "/vosys-locale-XXXXXX";
+  std::vector<char> path(base.begin(), base.end());
+  path.push_back(0);
+  if (!mkdtemp(path.data())) return "";
+  const std::string folder = path.data();
+  FILE* src = fopen((folder + "/src").c_str(), "w");
+  FILE* map = fopen((folder + "/map").c_str(), "w");
+  if (!src || !map) return "";
+  fputs("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n",
+        src);
+  fputs("<code_set_name> ASCII-TEST\n<mb_cur_min> 1\n<mb_cur_max> 1\nCHARMAP\n", map);
+  for (int c = 0; c < 128; ++c) fprintf(map, "<U%04X> \\x%02x\n", c, c);
+  fputs("END CHARMAP\n", map);
+  fclose(src);
+  fclose(map);
+  // localedef warns about the categories left out, and exits non-zero for it.
+  const std::string cmd = "localedef -c -i " + folder + "/src -f " + folder + "/map " + folder +
+                          "/comma >/dev/null 2>&1";
+  if (system(cmd.c_str()) == -1) return "";
+  FILE* made = fopen((folder + "/comma/LC_NUMERIC").c_str(), "r");
+  if (!made) return "";
+  fclose(made);
+  return folder;
+}
+
+TEST(VostringFormat, NumbersIgnoreTheProcessLocale) {
+  const std::string folder = MakeCommaLocale();
+  if (folder.empty()) GTEST_SKIP() << "localedef could not make a test locale";
+  setenv("LOCPATH", folder.c_str(), 1);
+  ASSERT_NE(setlocale(LC_ALL, "comma"), nullptr);
+  char check[16];
+  snprintf(check, sizeof check, "%.1f", 2.5);
+  ASSERT_STREQ(check, "2,5") << "the C library does not see the test locale";
+
+  VOSTRING s;
+  s << 1.5;
+  EXPECT_EQ(U8(s), "1.500000");
+  VOSTRING t("%5.2f|%g|$1");
+  t << 3.14159 << 0.25 << 5000000000ULL;
+  EXPECT_EQ(U8(t), " 3.14|0.25|5000000000");
+  VOSTRING p;
+  p.Sprintf(UC(u"%.1f %g %e %d"), 2.5, 0.5, 1.25, 1234567);
+  EXPECT_EQ(U8(p), "2.5 0.5 1.250000e+00 1234567");
+  EXPECT_EQ(VOSTRING("2.5").ConvertToDouble(), 2.5);
+  EXPECT_EQ(VOSTRING("-1e3x").ConvertToDouble(), -1000.0);
+  setlocale(LC_ALL, "C");
+  EXPECT_EQ(system(("rm -rf " + folder).c_str()), 0);
 }
 
 TEST(VostringFormat, FillSubs) {

@@ -2,13 +2,19 @@
 // line ends. Searches are checked against std::u16string on random text.
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 
 #include "test_util.h"
 #include "vosystem/errors.h"
 #include "vosystem/ucconv.h"
+#include "vosystem/ucstring.h"
 #include "vosystem/vostring.h"
 
 namespace {
@@ -237,7 +243,21 @@ TEST(VostringEdit, GrowthIsAmortisedAndClearKeepsTheBlock) {
   EXPECT_EQ(s.GetReference(), block) << "assignment reuses the block";
 }
 
-TEST(VostringEdit, ReserveWorksOnTheSharedBody) {
+TEST(VostringEdit, ReserveNeverMovesTheEmptyBody) {
+  // Every default string shares one body: growing it would leave a pointer
+  // taken from any of them dangling (the address checker reads it below).
+  VOSTRING other;
+  const unsigned short* shared = other.GetReference();
+  VOSTRING grown;
+  ASSERT_EQ(grown.Reserve(1000), 0);
+  EXPECT_EQ(shared[0], 0);
+  EXPECT_EQ(other.GetReference(), shared);
+  EXPECT_NE(grown.GetReference(), shared);
+  grown += "kept";
+  EXPECT_TRUE(other.IsEmpty());
+  EXPECT_EQ(U8(grown), "kept");
+
+  // An ordinary shared body grows for all its handles, text and all.
   VOSTRING a("abc"), b(a);
   ASSERT_EQ(a.Reserve(1000), 0);
   EXPECT_EQ(a.GetReference(), b.GetReference());
@@ -246,6 +266,49 @@ TEST(VostringEdit, ReserveWorksOnTheSharedBody) {
   EXPECT_EQ(a.Reserve(0x7FFFFFF0), VOERROR_OutOfMemory);
   SetErrPosnEnable();
   EXPECT_EQ(U8(a), "abc");
+}
+
+// Texts longer than a body can hold, or than an int counts, are refused with
+// a code, never cut or wrapped. The text is one page of units mapped over and
+// over: gigabytes of address space on a few kilobytes of memory.
+TEST(VostringEdit, TextsBeyondAnIntFailWithACode) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "scans gigabytes; the sanitizers only slow it down";
+#else
+  const size_t page = 1 << 20;
+  const size_t units = size_t{INT_MAX} + 1;  // whole pages of 'A' 'A' bytes
+  const int fd = memfd_create("units", 0);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(ftruncate(fd, page), 0);
+  void* fill = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  ASSERT_NE(fill, MAP_FAILED);
+  memset(fill, 'A', page);
+  const size_t bytes = units * 2 + page;  // the last page holds the terminator
+  char* base =
+      static_cast<char*>(mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  ASSERT_NE(base, MAP_FAILED);
+  for (size_t off = 0; off < units * 2; off += page)
+    ASSERT_NE(mmap(base + off, page, PROT_READ, MAP_SHARED | MAP_FIXED, fd, 0), MAP_FAILED);
+  ASSERT_NE(mmap(base + units * 2, page, PROT_READ | PROT_WRITE,
+                 MAP_PRIVATE | MAP_FIXED | MAP_ANONYMOUS, -1, 0),
+            MAP_FAILED);
+  const auto* text = reinterpret_cast<const unsigned short*>(base);
+
+  EXPECT_EQ(ucstrlen(text), INT_MAX);  // saturated, never negative
+  ClearLastErr();
+  VOSTRING wide(text);
+  EXPECT_TRUE(wide.IsEmpty());
+  EXPECT_EQ(GetLastErrCode(), VOERROR_OutOfMemory);
+  VOSTRING kept("kept");
+  ClearLastErr();
+  kept = base;  // the same pages as bytes
+  EXPECT_EQ(U8(kept), "kept");
+  EXPECT_EQ(GetLastErrCode(), VOERROR_OutOfMemory);
+
+  munmap(base, bytes);
+  munmap(fill, page);
+  close(fd);
+#endif
 }
 
 TEST(VostringLineEnds, RewriteAndCheck) {
@@ -311,7 +374,11 @@ TEST(VostringEncoded, BytesUtf16AndUtf8) {
 TEST(VostringEncoded, Utf8Decomposed) {
   char* out = VOSTRING(u"\u00E9t\u00E9 \uAC01\uFB01").GetEncoded(CHAR_ENCODING_UTF8_DECOMPOSED);
   ASSERT_NE(out, nullptr);
-  EXPECT_STREQ(out, "e\xCC\x81" "te\xCC\x81" " \xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8" "fi");
+  EXPECT_STREQ(out,
+               "e\xCC\x81"
+               "te\xCC\x81"
+               " \xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8"
+               "fi");
   VOSTRING back(out, CHAR_ENCODING_UTF8_DECOMPOSED);
   EXPECT_EQ(back, VOSTRING(u"\u00E9t\u00E9 \uAC01fi"));
   free(out);
