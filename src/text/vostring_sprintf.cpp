@@ -280,35 +280,31 @@ int RunFormat(PRIV& p, const unsigned short* f, int len, Args& args) {
     }
     if (rc < 0) return rc;
   }
-  return p.length;
+  return 0;
 }
 
 }  // namespace
 
+// The output is built in a body of its own and appended at the end: the
+// format and any "%S" or "%s" argument may point into this string's text,
+// which must stay where it is until they have been read. Either all of the
+// output is appended or, on a failure, none of it.
 int VOSTRING::PRIV::Sprintfv(const unsigned short* format, va_list args) {
   if (!format) return length;
-  // The format may lie in our own text, which appending moves: work from a
-  // copy, taken before anything can move the block.
-  unsigned short* copy = nullptr;
-  const uintptr_t at = reinterpret_cast<uintptr_t>(format);
-  if (at >= reinterpret_cast<uintptr_t>(text) && at <= reinterpret_cast<uintptr_t>(text + length)) {
-    copy = ucstrdup(format);
-    if (!copy) return SETERR(VOERROR_OutOfMemory);
-    format = copy;
-  }
   const int len = ucstrlen(format);
+  PRIV out;
   // Room ahead for output about twice the size of the format.
-  const int64_t want = static_cast<int64_t>(length) + 2 * static_cast<int64_t>(len);
-  int rc = want <= kMaxReserveUnits ? Reserve(static_cast<int>(want)) : 0;
+  int rc = 2 * static_cast<int64_t>(len) <= kMaxReserveUnits ? out.Reserve(2 * len) : 0;
   if (rc >= 0) {
     Args a;
     va_copy(a.ap, args);
     C_LOCALE_SCOPE c;  // numbers as in the C locale, whatever the process set
-    rc = RunFormat(*this, format, len, a);
+    rc = RunFormat(out, format, len, a);
     va_end(a.ap);
   }
-  free(copy);
-  return rc < 0 ? PASSERR(rc) : rc;
+  if (rc >= 0 && out.length > 0) rc = ReplaceUnits(length, length - 1, out.text, out.length);
+  if (out.capacity > 0) free(out.text);
+  return rc < 0 ? PASSERR(rc) : length;
 }
 
 int VOSTRING::Sprintfv(const unsigned short* format, va_list args) {
