@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -53,8 +52,10 @@ std::string Join(const std::string& folder, const std::string& name) {
 }
 
 std::vector<std::string> Spellings(const char* name) {
+  // ASCII only: under some locales toupper makes "i" a byte of another letter.
   std::string upper(name);
-  for (char& ch : upper) ch = static_cast<char>(toupper(static_cast<unsigned char>(ch)));
+  for (char& ch : upper)
+    if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
   return {name, upper, std::string(name) + ";1", upper + ";1"};
 }
 
