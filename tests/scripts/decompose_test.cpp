@@ -2,7 +2,6 @@
 // checked against ICU's normalisation where the one level of data suffices.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -12,10 +11,8 @@
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
 
-#ifdef VOSYS_HAVE_ICU
 #include <unicode/normalizer2.h>
 #include <unicode/unistr.h>
-#endif
 
 namespace {
 
@@ -29,25 +26,17 @@ std::u16string Apply(unsigned short* (*fn)(const unsigned short*), const std::u1
   return result;
 }
 
-std::u16string Decompose(const std::u16string& text) {
-  return Apply(MucDecompose, text);
-}
-std::u16string Recompose(const std::u16string& text) {
-  return Apply(MucRecompose, text);
-}
+const auto Decompose = [](const std::u16string& text) { return Apply(MucDecompose, text); };
+const auto Recompose = [](const std::u16string& text) { return Apply(MucRecompose, text); };
 
 TEST(DecomposeTest, PairsMarksAndPassThrough) {
-  EXPECT_EQ(Recompose(u"e\u0301"), u"\u00E9");
-  EXPECT_EQ(Decompose(u"\u00E9"), u"e\u0301");
   EXPECT_EQ(Decompose(u"r\u00E9sum\u00E9"), u"re\u0301sume\u0301");  // longer
   EXPECT_EQ(Recompose(u"re\u0301sume\u0301"), u"r\u00E9sum\u00E9");  // shorter
   // A compatibility decomposition is undone one way only.
   EXPECT_EQ(Decompose(u"\uFB01"), u"fi");
   EXPECT_EQ(Recompose(u"fi"), u"fi");
-  EXPECT_EQ(Decompose(u""), u"");
-  EXPECT_EQ(Recompose(u""), u"");
-  EXPECT_EQ(MucDecompose(nullptr), nullptr);
-  EXPECT_EQ(MucRecompose(nullptr), nullptr);
+  EXPECT_EQ(Decompose(u"") + Recompose(u""), u"");
+  EXPECT_TRUE(MucDecompose(nullptr) == nullptr && MucRecompose(nullptr) == nullptr);
   // Hangul syllables are held fully decomposed, so one step composes them.
   EXPECT_EQ(Decompose(u"\uAC01\uAC00"), u"\u1100\u1161\u11A8\u1100\u1161");
   EXPECT_EQ(Recompose(u"\u1100\u1161\u11A8\u1100\u1161"), u"\uAC01\uAC00");
@@ -57,12 +46,11 @@ TEST(DecomposeTest, PairsMarksAndPassThrough) {
   EXPECT_EQ(Decompose(u"\u1EC7"), u"\u1EB9\u0302");  // one level only
   EXPECT_EQ(Recompose(u"e\u0302\u0323"), u"\u00EA\u0323");
   // Marks that compose with nothing, and surrogate pairs, pass through.
-  EXPECT_EQ(Recompose(u"\u0301x\u0301"), u"\u0301x\u0301");
-  EXPECT_EQ(Recompose(u"\U0001D15E\U0001F600"), u"\U0001D15E\U0001F600");
-  EXPECT_EQ(Decompose(u"\U0001D15E\U0001F600"), u"\U0001D15E\U0001F600");
+  const std::u16string through = u"\u0301x\u0301\U0001D15E\U0001F600";
+  EXPECT_EQ(Recompose(through), through);
+  EXPECT_EQ(Decompose(through), through);
 }
 
-#ifdef VOSYS_HAVE_ICU
 std::u16string FromIcu(const icu::UnicodeString& s) {
   return std::u16string(reinterpret_cast<const char16_t*>(s.getBuffer()), s.length());
 }
@@ -80,25 +68,19 @@ std::u16string IcuCanonical(char16_t c) {
 // Decomposing a character and composing the result gives back a character
 // of that same canonical decomposition: itself, or one that shares it.
 TEST(DecomposeTest, EveryCanonicalPairRoundTrips) {
-  int exact = 0, sibling = 0, other = 0;
+  int exact = 0, other = 0;
   for (char16_t c = 1; c != 0; ++c) {
     const unsigned char* rec = UCDATA::GetCharData(c);
     if (!ucisdecompprop(c, 1) || UCDATA::SequenceLength(rec) < 2) continue;
     std::u16string seq = Decompose(std::u16string(1, c));
     ASSERT_EQ(seq, IcuCanonical(c)) << std::hex << unsigned{c};
     std::u16string back = Recompose(seq);
-    if (back.size() == 1 && back[0] == c) {
+    if (back.size() == 1 && back[0] == c)
       ++exact;
-    } else if (back.size() == 1 && IcuCanonical(back[0]) == seq) {
-      ++sibling;
-    } else if (++other <= 10) {
+    else if ((back.size() != 1 || IcuCanonical(back[0]) != seq) && ++other <= 10)
       ADD_FAILURE() << "U+" << std::hex << unsigned{c} << " composes back to " << back.size()
                     << " units, first U+" << unsigned{back[0]};
-    }
   }
-  std::printf(
-      "round trips: %d exact, %d to another character of the same decomposition, %d other\n", exact,
-      sibling, other);
   EXPECT_GT(exact, 12000);  // 11,172 Hangul syllables and about a thousand others
   EXPECT_EQ(other, 0);
 }
@@ -135,8 +117,8 @@ TEST(DecomposeTest, ComposesIcuDecomposedTextAsIcuDoes) {
   std::mt19937 random(20240601);
   std::uniform_int_distribution<size_t> pick(0, letters.size() - 1), length(1, 24);
   std::uniform_int_distribution<int> hangul(0xAC00, 0xD7A3), which(0, 3);
-  int strings = 0, failures = 0;
-  for (; strings < 400; ++strings) {
+  int failures = 0;
+  for (int strings = 0; strings < 400; ++strings) {
     icu::UnicodeString text;
     for (size_t n = length(random); n > 0; --n)
       text.append(static_cast<char16_t>(which(random) ? letters[pick(random)] : hangul(random)));
@@ -147,11 +129,8 @@ TEST(DecomposeTest, ComposesIcuDecomposedTextAsIcuDoes) {
     EXPECT_LE(composed.size(), decomposed.size());
   }
   ASSERT_TRUE(U_SUCCESS(status));
-  std::printf("composition: %zu letters in the alphabet, %d strings, %d differ from ICU\n",
-              letters.size(), strings, failures);
   EXPECT_GT(letters.size(), 500u);
   EXPECT_EQ(failures, 0);
 }
-#endif  // VOSYS_HAVE_ICU
 
 }  // namespace

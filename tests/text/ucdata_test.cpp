@@ -4,17 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "vosystem/ucdata.h"
 
-#ifdef VOSYS_HAVE_ICU
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
-#endif
 
 namespace {
 
@@ -36,20 +33,6 @@ std::vector<unsigned short> ChainOf(unsigned short c) {
   }
   return chain;
 }
-
-#ifdef VOSYS_HAVE_ICU
-struct TALLY {
-  const char* name;
-  int compared = 0;
-  int differ = 0;
-  void Check(bool same, UChar32 c, int want, int got) {
-    ++compared;
-    if (same) return;
-    if (++differ <= 10)
-      ADD_FAILURE() << name << " of U+" << std::hex << c << ": ICU " << want << ", ours " << got;
-  }
-  void Print() const { std::printf("%-14s compared %6d, differ %d\n", name, compared, differ); }
-};
 
 // Our numbers are the positions of the Unicode property value names here.
 const char* const kCategories[] = {"",   "Lu", "Ll", "Lt", "Lm", "Lo", "Mn", "Mc", "Me", "Nd", "Nl",
@@ -86,82 +69,59 @@ std::vector<unsigned short> IcuDecomposition(UChar32 c) {
 }
 
 TEST(UcDataTest, EveryBmpUnitMatchesIcu) {
-  TALLY assigned{"assigned"}, category{"category"}, bidi{"bidi class"}, lower{"lower (Lu)"},
-      upper{"upper (Ll)"}, uncased{"other partner"}, decompType{"decomp type"},
-      decomp{"decomposition"};
+  int differ = 0;
+  auto check = [&differ](bool same, const char* what, UChar32 c, int want, int got) {
+    if (!same && ++differ <= 20)
+      ADD_FAILURE() << what << " of U+" << std::hex << c << ": ICU " << want << ", ours " << got;
+  };
   for (UChar32 c = 0; c <= 0xFFFF; ++c) {
     const unsigned char* rec = GetUCDATA(static_cast<unsigned short>(c));
     int cat = Ours(kCategories, UCHAR_GENERAL_CATEGORY, u_charType(c), U_SHORT_PROPERTY_NAME);
-    assigned.Check((cat != UCCATEGORY_Cn) == (rec != nullptr), c, cat, rec ? 1 : 0);
+    check((cat != UCCATEGORY_Cn) == (rec != nullptr), "assigned", c, cat, rec ? 1 : 0);
     if (!rec) continue;
-    category.Check(UCDATA::Category(rec) == cat && ucisprop(c, UCPROP_MASK(cat)) &&
-                       !ucisprop(c, ~UCPROP_MASK(cat)),
-                   c, cat, UCDATA::Category(rec));
+    check(UCDATA::Category(rec) == cat && ucisprop(c, UCPROP_MASK(cat)) &&
+              !ucisprop(c, ~UCPROP_MASK(cat)),
+          "category", c, cat, UCDATA::Category(rec));
     int dir = Ours(kBidiClasses, UCHAR_BIDI_CLASS, u_charDirection(c), U_SHORT_PROPERTY_NAME);
-    bidi.Check(UCDATA::BidiClass(rec) == dir, c, dir, UCDATA::BidiClass(rec));
+    check(UCDATA::BidiClass(rec) == dir, "bidi class", c, dir, UCDATA::BidiClass(rec));
     UChar32 low = u_tolower(c), up = u_toupper(c);
     if (cat == UCCATEGORY_Lu) {
-      lower.Check(uctolower(c) == low && uctoupper(c) == c, c, low, uctolower(c));
+      check(uctolower(c) == low && uctoupper(c) == c, "lower (Lu)", c, low, uctolower(c));
     } else if (cat == UCCATEGORY_Ll) {
-      upper.Check(uctoupper(c) == up && uctolower(c) == c, c, up, uctoupper(c));
-    } else {
+      check(uctoupper(c) == up && uctolower(c) == c, "upper (Ll)", c, up, uctoupper(c));
+    } else {  // title case and the rest keep themselves, the field holds a partner
       UChar32 partner = low != c ? low : up;
-      uncased.Check(uctolower(c) == c && uctoupper(c) == c && UCDATA::CaseMapping(rec) == partner,
-                    c, partner, UCDATA::CaseMapping(rec));
+      check(uctolower(c) == c && uctoupper(c) == c && UCDATA::CaseMapping(rec) == partner,
+            "other partner", c, partner, UCDATA::CaseMapping(rec));
     }
     int type = Ours(kDecompTypes, UCHAR_DECOMPOSITION_TYPE,
                     u_getIntPropertyValue(c, UCHAR_DECOMPOSITION_TYPE), U_LONG_PROPERTY_NAME,
                     UCDECOMPTYPE_None);
-    decompType.Check(UCDATA::DecompTag(rec) == type, c, type, UCDATA::DecompTag(rec));
+    check(UCDATA::DecompTag(rec) == type, "decomp type", c, type, UCDATA::DecompTag(rec));
     std::vector<unsigned short> want = IcuDecomposition(c);
-    decomp.Check(Sequence(rec) == want, c, want.size(), UCDATA::SequenceLength(rec));
+    check(Sequence(rec) == want, "decomposition", c, static_cast<int>(want.size()),
+          UCDATA::SequenceLength(rec));
   }
-  for (const TALLY* t :
-       {&assigned, &category, &bidi, &lower, &upper, &uncased, &decompType, &decomp}) {
-    t->Print();
-    EXPECT_EQ(t->differ, 0) << t->name;
-  }
+  EXPECT_EQ(differ, 0);
 }
-#endif  // VOSYS_HAVE_ICU
 
+// The property tests beside what the comparison with ICU covers: bidi
+// classes and decomposition types through their masks, and masks of several
+// categories as the regular-expression classes use them.
 TEST(UcDataTest, QueriesAsOtherModulesUseThem) {
   // Units below 32 count as L whatever their class; the tab is S.
-  EXPECT_EQ(ucisbidiprop(0x09, 1), 1);
-  EXPECT_EQ(ucisbidiprop(0x09, UCPROP_MASK(UCBIDICLASS_S)), 0);
-  EXPECT_EQ(UCDATA::BidiClass(GetUCDATA(0x09)), UCBIDICLASS_S);
+  EXPECT_TRUE(ucisbidiprop(0x09, 1) && !ucisbidiprop(0x09, UCPROP_MASK(UCBIDICLASS_S)));
   EXPECT_EQ(ucisbidiprop(0x85, UCPROP_MASK(UCBIDICLASS_B)), 1);  // from 32 on the class counts
   EXPECT_EQ(ucisbidiprop(0x05D0, 0x18), 1);                      // Hebrew alef: R
   EXPECT_EQ(ucisbidiprop(0x0378, 1), 1);                         // unassigned: no record, L
-  // Title case keeps itself both ways although its field holds a partner.
-  EXPECT_EQ(uctolower(0x01C5), 0x01C5);
-  EXPECT_EQ(uctoupper(0x01C5), 0x01C5);
-  EXPECT_EQ(UCDATA::CaseMapping(GetUCDATA(0x01C5)), 0x01C6);
-  EXPECT_EQ(uctolower('a'), 'a');
-  EXPECT_EQ(UCDATA::CaseMapping(GetUCDATA('a')), 'A');
-  EXPECT_EQ(uctoupper(0x00FF), 0x0178);
-  // The masks of the regular-expression classes.
-  struct {
-    unsigned short c;
-    unsigned long mask;
-    int want;
-  } const kCases[] = {{0x0301, 0x40, 1},    {'a', 0x40, 0},         {'5', 0x200, 1},
-                      {0x0663, 0x200, 1},   {0x2160, 0xC00, 1},     {0x00BD, 0xC00, 1},
-                      {'5', 0xC00, 0},      {'(', 0x1400000, 1},    {0x00AB, 0x1400000, 1},
-                      {')', 0x1400000, 0},  {0x00BB, 0x2800000, 1}, {0x0007, 0x18000, 1},
-                      {0x200E, 0x18000, 1}, {0xE000, 0x40000, 1},   {'-', 0x200000, 1},
-                      {'+', 0x8000000, 1},  {'$', 0x10000000, 1},   {0x00A9, 0x40000000, 1},
-                      {0x0378, ~0UL, 0},    {0x0903, 0x240, 0},     {0x0966, 0x240, 1}};
-  for (const auto& t : kCases) EXPECT_EQ(ucisprop(t.c, t.mask), t.want) << std::hex << t.c;
-  // Decomposition types.
+  EXPECT_EQ(ucisprop(0x2160, 0xC00), 1);                         // Nl of "Nl or No"
+  EXPECT_EQ(ucisprop(0x00BB, 0x2800000), 1);                     // Pf of "Pe or Pf"
+  EXPECT_EQ(ucisprop(0x0378, ~0UL), 0);
   EXPECT_EQ(ucisdecompprop(0xFB01, UCPROP_MASK(UCDECOMPTYPE_Compat)), 1);
   EXPECT_EQ(ucisdecompprop(0xFB01, 0x1E), 0);
-  EXPECT_EQ(ucisdecompprop(0xFEFB, UCPROP_MASK(UCDECOMPTYPE_Isolated)), 1);
   EXPECT_EQ(ucisdecompprop(0xFEFB, 0x1E), 1);
-  EXPECT_EQ(ucisdecompprop(0x2460, UCPROP_MASK(UCDECOMPTYPE_Circle)), 1);
-  EXPECT_EQ(ucisdecompprop(0x00E9, 1), 1);
-  EXPECT_EQ(ucisdecompprop(0x00E9, ~1UL), 0);
-  EXPECT_EQ(ucisdecompprop('A', ~0UL), 0);
-  EXPECT_EQ(ucisdecompprop(0x0378, ~0UL), 0);
+  EXPECT_TRUE(ucisdecompprop(0x00E9, 1) && !ucisdecompprop(0x00E9, ~1UL));  // canonical only
+  EXPECT_TRUE(!ucisdecompprop('A', ~0UL) && !ucisdecompprop(0x0378, ~0UL));
 }
 
 // Every chain holds exactly the records whose decomposition starts with its
@@ -178,24 +138,17 @@ TEST(UcDataTest, CompositeChainsAreCompleteAndOrdered) {
     int la = UCDATA::SequenceLength(GetUCDATA(a)), lb = UCDATA::SequenceLength(GetUCDATA(b));
     return la != lb ? la > lb : a > b;
   };
-  size_t linked = 0;
   for (unsigned c = 0; c <= 0xFFFF; ++c) {
     std::sort(want[c].begin(), want[c].end(), longerFirst);
     ASSERT_EQ(ChainOf(static_cast<unsigned short>(c)), want[c]) << std::hex << c;
-    linked += want[c].size();
   }
-  std::printf("chains: %zu records linked\n", linked);
   // Samples: the square "A over m" (3 units) heads the chain of 'A'; alef's
   // chain starts with the two 4-unit ligatures, the later code first.
   std::vector<unsigned short> a = ChainOf('A'), alef = ChainOf(0x0627);
-  ASSERT_GE(a.size(), 20u);
+  ASSERT_TRUE(!a.empty() && alef.size() >= 3);
   EXPECT_EQ(a.front(), 0x33DF);
-  EXPECT_NE(std::find(a.begin(), a.end(), 0x00C0), a.end());
-  ASSERT_GE(alef.size(), 3u);
   EXPECT_EQ(alef[0], 0xFDF3);
   EXPECT_EQ(alef[1], 0xFDF2);
-  std::vector<unsigned short> lam = ChainOf(0x0644);
-  EXPECT_NE(std::find(lam.begin(), lam.end(), 0xFEFB), lam.end());
 }
 
 }  // namespace

@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "test_util.h"
 #include "vosystem/textres.h"
@@ -20,11 +20,16 @@
 
 namespace {
 
-std::u16string Wide(const char* s) {
-  return std::u16string(s, s + strlen(s));
-}
 const unsigned short* UC(const std::u16string& s) {
   return reinterpret_cast<const unsigned short*>(s.c_str());
+}
+
+// The template with the values (and manipulators) inserted in turn.
+template <typename... V>
+std::string Filled(const char* tmpl, V... values) {
+  VOSTRING s(tmpl);
+  (s << ... << values);
+  return U8(s);
 }
 
 TEST(VostringFormat, AppendsWithoutPlaceholders) {
@@ -36,65 +41,33 @@ TEST(VostringFormat, AppendsWithoutPlaceholders) {
   EXPECT_TRUE(t.IsEmpty());
 }
 
-TEST(VostringFormat, PlaceholdersMatchByType) {
-  VOSTRING a("%d and %s");
-  a << "x" << 7;
-  EXPECT_EQ(U8(a), "7 and x");
-  VOSTRING b("%c|%s|%f");
-  b << "ab" << 'z' << 1.5;  // a string passes over %c, a char over %s
-  EXPECT_EQ(U8(b), "z|ab|1.500000");
-  VOSTRING c("100%% of %d");
-  c << 5;
-  EXPECT_EQ(U8(c), "100%% of 5");
-  VOSTRING d("%z %5");  // not placeholders, nor is a "%" at the very end
-  d << 1;
-  EXPECT_EQ(U8(d), "%z %51");
-  VOSTRING e("%s%d");  // bool and TEXTID are string values
+TEST(VostringFormat, PlaceholdersMatchByTypeOrNumber) {
+  EXPECT_EQ(Filled("%d and %s", "x", 7), "7 and x");
+  EXPECT_EQ(Filled("%c|%s|%f", "ab", 'z', 1.5), "z|ab|1.500000");  // "ab" passes over %c
+  EXPECT_EQ(Filled("100%% of %d", 5), "100%% of 5");
+  EXPECT_EQ(Filled("%z %5", 1), "%z %51");  // not placeholders, nor is a "%" at the very end
+  EXPECT_EQ(Filled("$2 before $1", "x", 2), "2 before x");
+  EXPECT_EQ(Filled("$1 $0 $1000 $ $x", 'a', "b", 3), "b a $1000 $ $x3");
+  EXPECT_EQ(Filled("$1-$1-$001", 1, 2, 3), "1-2-3");  // equal numbers: the first wins
+  EXPECT_EQ(Filled("%s $1", "p", "q"), "p q");        // "%" slots of the right type come first
+  VOSTRING e("%s%d");                                 // bool and TEXTID are string values
   e << 3 << true;
   EXPECT_EQ(U16(e), U16(TEXTRES::GetString(9500)) + u"3");
 }
 
 TEST(VostringFormat, PlaceholderFlags) {
-  auto fill = [](const char* tmpl, auto value) {
-    VOSTRING s(tmpl);
-    s << value;
-    return U8(s);
-  };
-  EXPECT_EQ(fill("%5.2f", 3.14159), " 3.14");
-  EXPECT_EQ(fill("%-5d", 42), "   42");  // signed decimals ignore alignment
-  EXPECT_EQ(fill("%-5u", 42u), "42   ");
-  EXPECT_EQ(fill("%5u", 42u), "   42");
-  EXPECT_EQ(fill("%5s", "ab"), "   ab");
-  EXPECT_EQ(fill("%-5s", "ab"), "ab   ");
-  EXPECT_EQ(fill("%+05d", -42), "-0042");
-  EXPECT_EQ(fill("%+d", 42), "+42");
-  EXPECT_EQ(fill("%x", 255), "FF");
-  EXPECT_EQ(fill("%lo", 8), "10");
-  EXPECT_EQ(fill("%.2e", 1234.5), "1.23E+03");  // the exponent letter is always upper case
-  EXPECT_EQ(fill("%g", 0.0001), "0.0001");
-  EXPECT_EQ(fill("%3c", 'q'), "  q");
-}
-
-TEST(VostringFormat, DollarPlaceholdersByNumber) {
-  VOSTRING a("$2 before $1");
-  a << "x" << 2;
-  EXPECT_EQ(U8(a), "2 before x");
-  VOSTRING b("$1 $0 $1000 $ $x");
-  b << 'a' << "b" << 3;
-  EXPECT_EQ(U8(b), "b a $1000 $ $x3");
-  VOSTRING c("$1-$1-$001");  // equal numbers: the first wins
-  c << 1 << 2 << 3;
-  EXPECT_EQ(U8(c), "1-2-3");
-  VOSTRING d("%s $1");  // "%" slots of the right type come first
-  d << "p"
-    << "q";
-  EXPECT_EQ(U8(d), "p q");
+  EXPECT_EQ(Filled("%5.2f", 3.14159), " 3.14");
+  EXPECT_EQ(Filled("%-5d", 42), "   42");  // signed decimals ignore alignment
+  EXPECT_EQ(Filled("%-5u", 42u), "42   ");
+  EXPECT_EQ(Filled("%5s|%-5s", "ab", "cd"), "   ab|cd   ");
+  EXPECT_EQ(Filled("%+05d|%+d", -42, 42), "-0042|+42");
+  EXPECT_EQ(Filled("%x|%lo", 255, 8), "FF|10");
+  EXPECT_EQ(Filled("%.2e", 1234.5), "1.23E+03");  // the exponent letter is always upper case
+  EXPECT_EQ(Filled("%g|%3c", 0.0001, 'q'), "0.0001|  q");
 }
 
 TEST(VostringFormat, ScanPositionsFollowEdits) {
-  VOSTRING a("[%s]");
-  a << "%d" << 5;  // inserted text can hold the next placeholder
-  EXPECT_EQ(U8(a), "[5]");
+  EXPECT_EQ(Filled("[%s]", "%d", 5), "[5]");  // inserted text can hold the next placeholder
   VOSTRING b("x %d %d");
   b << 1;
   b.Insert(0, VOSTRING("%d "));  // before the scan position: found again
@@ -108,29 +81,29 @@ TEST(VostringFormat, ScanPositionsFollowEdits) {
   VOSTRING d("%d"), e(d);  // a copy edits its own body
   e << 4;
   EXPECT_EQ(U8(d), "%d");
-  EXPECT_EQ(U8(e), "4");
   e << e;
   EXPECT_EQ(U8(e), "44");
 }
 
 TEST(VostringFormat, PersistentAndCurrentSettings) {
-  VOSTRING a;
-  a << STR_FILL_ZERO << STR_WIDTH4 << 7u << 8u << STR_WIDTH3 << 9;
-  EXPECT_EQ(U8(a), "00078009");  // width lasts one value, fill persists
-  VOSTRING b("%d,");
-  b.FmtSetBase(16) << 255 << 255;  // the placeholder's base applies to it only
-  EXPECT_EQ(U8(b), "255,FF");
-  VOSTRING c("%s|");
-  c.FmtSetWidth(4) << "a"
-                   << "b";  // a "%" slot doesn't use up the caller's width
-  EXPECT_EQ(U8(c), "a|b   ");
+  // Width lasts one value, fill persists; neither a "%" slot nor a disabled
+  // one uses up the caller's width.
+  EXPECT_EQ(Filled("", STR_FILL_ZERO, STR_WIDTH4, 7u, 8u, STR_WIDTH3, 9), "00078009");
+  EXPECT_EQ(Filled("%s|", STR_WIDTH4, "a", "b"), "a|b   ");
   VOSTRING d("%d ");
-  d.FmtEnableSubstitution(false) << STR_WIDTH3 << 1u << 2u;  // width not used up
+  d.FmtEnableSubstitution(false) << STR_WIDTH3 << 1u << 2u;
   EXPECT_EQ(U8(d), "%d   1  2");
+  // The placeholder's base applies to it only.
+  VOSTRING b("%d,");
+  b.FmtSetBase(16) << 255 << 255;
+  EXPECT_EQ(U8(b), "255,FF");
+  // Bases 1 and 37 and an unknown operator are ignored.
   VOSTRING e;
   e.FmtSetBase(1).FmtSetBase(37).FmtSetSign(true) << 10 << STR_ALIGN_LEFT << STR_WIDTH4 << 1u;
   e << STR_ALIGN_RIGHT << STR_WIDTH3 << "z" << static_cast<STR_OP>(63) << STR_PREC2 << 1.0;
   EXPECT_EQ(U8(e), "+101     z+1.00");
+  EXPECT_EQ(Filled("", STR_BASE16, -1, ' ', STR_BASE2, short{5}), "FFFFFFFF 101");
+  EXPECT_EQ(Filled("", STR_BASE16, STR_WIDTH4, STR_FILL_ZERO, 255), "00FF");  // width survives
 }
 
 TEST(VostringFormat, BasesMatchToChars) {
@@ -147,37 +120,18 @@ TEST(VostringFormat, BasesMatchToChars) {
       ASSERT_EQ(U8(s), expected) << "base " << base;
     }
   }
-  VOSTRING s;
-  s << STR_BASE16 << -1 << ' ' << STR_BASE2 << static_cast<short>(5);
-  EXPECT_EQ(U8(s), "FFFFFFFF 101");
-  VOSTRING w;
-  w << STR_BASE16 << STR_WIDTH4 << STR_FILL_ZERO << 255;  // width survives a signed value
-  EXPECT_EQ(U8(w), "00FF");
 }
 
-TEST(VostringFormat, ThirtyTwoBitIntegers) {
-  auto text = [](auto value) {
-    VOSTRING s;
-    s << STR_BASE16 << value;
-    return U8(s);
-  };
-  EXPECT_EQ(text(-1L), "FFFFFFFF");
-  EXPECT_EQ(text(0xFFFFFFFFUL), "FFFFFFFF");
-  EXPECT_EQ(text(0x7FFFFFFFULL), "7FFFFFFF");
-  // Beyond 32 bits: decimal, through a double, whatever the base.
-  EXPECT_EQ(text(5000000000L), "5000000000");
-  EXPECT_EQ(text(0x100000000UL), "4294967296");
-  EXPECT_EQ(text(-5000000000LL), "-5000000000");
-  EXPECT_EQ(text(0x80000000ULL), "2147483648");
-  EXPECT_EQ(text(ULLONG_MAX), "18446744073709551616");
-  EXPECT_EQ(text(static_cast<long>(INT32_MIN)), "80000000");
-
-  VOSTRING a("%d $1");
-  a << 5000000000ULL;
-  EXPECT_EQ(U8(a), "%d 5000000000");
-  VOSTRING b("%u|");
-  b << 0x80000000ULL << 3;
-  EXPECT_EQ(U8(b), "3|2147483648");
+// Integers of 32 bits follow the base; wider values that don't fit go in
+// decimal, through a double, whatever the base or placeholder.
+TEST(VostringFormat, IntegersBeyondThirtyTwoBitsGoDecimal) {
+  EXPECT_EQ(Filled("", STR_BASE16, -1L, ' ', 0x7FFFFFFFULL), "FFFFFFFF 7FFFFFFF");
+  EXPECT_EQ(Filled("", STR_BASE16, static_cast<long>(INT32_MIN)), "80000000");
+  EXPECT_EQ(Filled("", STR_BASE16, 5000000000L, ' ', -5000000000LL), "5000000000 -5000000000");
+  EXPECT_EQ(Filled("", STR_BASE16, 0x80000000ULL), "2147483648");
+  EXPECT_EQ(Filled("", STR_BASE16, ULLONG_MAX), "18446744073709551616");
+  EXPECT_EQ(Filled("%d $1", 5000000000ULL), "%d 5000000000");
+  EXPECT_EQ(Filled("%u|", 0x80000000ULL, 3), "3|2147483648");
 }
 
 TEST(VostringFormat, FloatsMatchSnprintf) {
@@ -187,8 +141,7 @@ TEST(VostringFormat, FloatsMatchSnprintf) {
   std::mt19937 rng(11);
   for (double v : values) {
     for (int k = 0; k < 40; ++k) {
-      int fmt = static_cast<int>(rng() % 3), prec = static_cast<int>(rng() % 18) - 1;
-      int width = static_cast<int>(rng() % 16);
+      int fmt = rng() % 3, prec = static_cast<int>(rng() % 18) - 1, width = rng() % 16;
       bool sign = rng() % 2, zero = rng() % 2;
       std::string cfmt = std::string("%") + (sign ? "+" : "") + (zero ? "0" : "");
       if (width) cfmt += std::to_string(width);
@@ -212,28 +165,21 @@ TEST(VostringFormat, FloatsMatchSnprintf) {
 // needed. Returns the folder to put in LOCPATH, or "" if it can't be made.
 std::string MakeCommaLocale() {
   const char* tmp = getenv("TMPDIR");
-  std::string base = std::string(tmp && *tmp ? tmp : "/tmp") + "/vosys-locale-XXXXXX";
-  std::vector<char> path(base.begin(), base.end());
-  path.push_back(0);
-  if (!mkdtemp(path.data())) return "";
-  const std::string folder = path.data();
-  FILE* src = fopen((folder + "/src").c_str(), "w");
-  FILE* map = fopen((folder + "/map").c_str(), "w");
-  if (!src || !map) return "";
-  fputs("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n",
-        src);
-  fputs("<code_set_name> ASCII-TEST\n<mb_cur_min> 1\n<mb_cur_max> 1\nCHARMAP\n", map);
-  for (int c = 0; c < 128; ++c) fprintf(map, "<U%04X> \\x%02x\n", c, c);
-  fputs("END CHARMAP\n", map);
-  fclose(src);
-  fclose(map);
+  std::string folder = std::string(tmp && *tmp ? tmp : "/tmp") + "/vosys-locale-XXXXXX";
+  if (!mkdtemp(folder.data())) return "";
+  std::ofstream(folder + "/src")
+      << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n";
+  std::ofstream map(folder + "/map");
+  map << "<code_set_name> ASCII-TEST\n<mb_cur_min> 1\n<mb_cur_max> 1\nCHARMAP\n"
+      << std::hex << std::uppercase;
+  for (int c = 0; c < 128; ++c)
+    map << "<U00" << c / 16 << c % 16 << "> \\x" << c / 16 << c % 16 << "\n";
+  map << "END CHARMAP\n";
+  map.close();
   // localedef warns about the categories left out, and exits non-zero for it.
   const std::string cmd = "localedef -c -i " + folder + "/src -f " + folder + "/map " + folder +
                           "/comma >/dev/null 2>&1";
-  if (system(cmd.c_str()) == -1) return "";
-  FILE* made = fopen((folder + "/comma/LC_NUMERIC").c_str(), "r");
-  if (!made) return "";
-  fclose(made);
+  if (system(cmd.c_str()) == -1 || !std::ifstream(folder + "/comma/LC_NUMERIC")) return "";
   return folder;
 }
 
@@ -246,12 +192,8 @@ TEST(VostringFormat, NumbersIgnoreTheProcessLocale) {
   snprintf(check, sizeof check, "%.1f", 2.5);
   ASSERT_STREQ(check, "2,5") << "the C library does not see the test locale";
 
-  VOSTRING s;
-  s << 1.5;
-  EXPECT_EQ(U8(s), "1.500000");
-  VOSTRING t("%5.2f|%g|$1");
-  t << 3.14159 << 0.25 << 5000000000ULL;
-  EXPECT_EQ(U8(t), " 3.14|0.25|5000000000");
+  EXPECT_EQ(Filled("", 1.5), "1.500000");
+  EXPECT_EQ(Filled("%5.2f|%g|$1", 3.14159, 0.25, 5000000000ULL), " 3.14|0.25|5000000000");
   VOSTRING p;
   p.Sprintf(UC(u"%.1f %g %e %d"), 2.5, 0.5, 1.25, 1234567);
   EXPECT_EQ(U8(p), "2.5 0.5 1.250000e+00 1234567");
@@ -265,9 +207,7 @@ TEST(VostringFormat, FillSubs) {
   VOSTRING a("%d $1 %z %%");
   a.FillSubs();
   EXPECT_EQ(U8(a), "??? ??? %z %%");
-  VOSTRING b("%s $2");
-  b << STR_FILLSUBS;
-  EXPECT_EQ(U8(b), "??? ???");
+  EXPECT_EQ(Filled("%s $2", STR_FILLSUBS), "??? ???");
   VOSTRING c("%d");
   c.FmtEnableSubstitution(false).FillSubs();
   EXPECT_EQ(U8(c), "%d");
@@ -278,7 +218,7 @@ void ExpectLikeSnprintf(const char* fmt, A... args) {
   char expected[16384];
   snprintf(expected, sizeof expected, fmt, args...);
   VOSTRING s("pre:");
-  int rc = s.Sprintf(UC(Wide(fmt)), args...);
+  int rc = s.Sprintf(UC(std::u16string(fmt, fmt + strlen(fmt))), args...);
   EXPECT_EQ(U8(s), std::string("pre:") + expected) << fmt;
   EXPECT_EQ(rc, s.GetLength()) << fmt;
 }
@@ -301,15 +241,17 @@ TEST(VostringSprintf, MatchesSnprintf) {
 }
 
 TEST(VostringSprintf, OwnRules) {
-  VOSTRING s;
+  auto printed = [](const char16_t* fmt, auto... args) {
+    VOSTRING s;
+    s.Sprintf(UC(fmt), args...);
+    return s;
+  };
   // 32-bit long: its low half; a null UTF-16 string: width blanks.
-  int rc = s.Sprintf(UC(u"%ld,%lu,%lx,[%5S][%-4S][%2S]"), 0x1FFFFFFFFL, 0x1FFFFFFFFL, -1L,
-                     static_cast<const unsigned short*>(nullptr), UC(u"ab"), UC(u"abc"));
-  EXPECT_EQ(U8(s), "-1,4294967295,ffffffff,[     ][ab  ][abc]");
-  EXPECT_EQ(rc, s.GetLength());
-  VOSTRING t;
-  t.Sprintf(UC(u"%Q%d%c%c"), 7, 0x1263A, 0);  // %Q takes nothing; %c the low 16 bits
-  EXPECT_EQ(U16(t), u"7\u263A");
+  EXPECT_EQ(U8(printed(u"%ld,%lu,%lx,[%5S][%-4S][%2S]", 0x1FFFFFFFFL, 0x1FFFFFFFFL, -1L,
+                       static_cast<const unsigned short*>(nullptr), UC(u"ab"), UC(u"abc"))),
+            "-1,4294967295,ffffffff,[     ][ab  ][abc]");
+  // %Q takes nothing; %c the low 16 bits.
+  EXPECT_EQ(U16(printed(u"%Q%d%c%c", 7, 0x1263A, 0)), u"7\u263A");
   VOSTRING u;
   u.Sprintf(UC(u"a%-5"));  // the format ends inside a conversion
   u.Sprintf(UC(u"b%"));
@@ -317,20 +259,21 @@ TEST(VostringSprintf, OwnRules) {
   EXPECT_EQ(U8(u), "ab");
 
   // Huge widths and precisions are clamped, never cut or overflowed.
-  VOSTRING w;
-  w.Sprintf(UC(u"%99999999999d"), 1);
-  EXPECT_EQ(w.GetLength(), 4000);
-  VOSTRING l;
-  l.Sprintf(UC(u"%.200Lf"), LDBL_MAX);
-  EXPECT_EQ(l.GetLength(), 4933 + 1 + 64);
-  std::string longText(20000, 'z');
-  VOSTRING x;
-  x.Sprintf(UC(u"%s"), longText.c_str());
-  EXPECT_EQ(x.GetLength(), 20000);
+  EXPECT_EQ(printed(u"%99999999999d", 1).GetLength(), 4000);
+  EXPECT_EQ(printed(u"%.200Lf", LDBL_MAX).GetLength(), 4933 + 1 + 64);
+  EXPECT_EQ(printed(u"%s", std::string(20000, 'z').c_str()).GetLength(), 20000);
 
   VOSTRING self("ab%%");  // the format may be the string's own text
   self.Sprintf(self.GetReference());
   EXPECT_EQ(U8(self), "ab%%ab%");
+  VOSTRING arg("abc");  // so may the strings it prints, while the text grows
+  std::u16string model = u"abc";
+  for (int i = 0; i < 4; ++i) {
+    arg.Sprintf(UC(u"%S|%5S|"), arg.GetReference(), arg.GetReference());
+    const std::u16string pad(model.size() < 5 ? 5 - model.size() : 0, u' ');
+    model += model + u"|" + pad + model + u"|";
+  }
+  EXPECT_EQ(U16(arg), model);
 }
 
 }  // namespace

@@ -19,81 +19,71 @@
 
 namespace {
 
-TEST(VostringSharing, CopiesShareAndEditsUnshare) {
+const unsigned short* const kXyz = reinterpret_cast<const unsigned short*>(u"xyz");
+
+// The text in an encoding, as bytes; "<null>" when nothing comes back.
+std::string Encoded(const VOSTRING& s, CHAR_ENCODING e) {
+  char* out = s.GetEncoded(e);
+  if (!out) return "<null>";
+  std::string bytes(out, e == CHAR_ENCODING_UTF16 ? 2 * (s.GetLength() + 1) : strlen(out) + 1);
+  free(out);
+  return bytes.substr(0, bytes.size() - (e == CHAR_ENCODING_UTF16 ? 2 : 1));
+}
+
+TEST(VostringSharing, CopiesShareBodyAndFormatAndEditsUnshare) {
   VOSTRING a;
   a += u'x';
   EXPECT_TRUE(VOSTRING().IsEmpty()) << "a change to a default string reached the empty body";
-  EXPECT_EQ(U8(a), "x");
 
   VOSTRING b("abc"), c(b);
   EXPECT_EQ(b.GetReference(), c.GetReference());
   c += "d";
   EXPECT_EQ(U8(b), "abc");
-  EXPECT_EQ(U8(c), "abcd");
-  EXPECT_NE(b.GetReference(), c.GetReference());
-
   // Assignment through another handle on the same body, and self-assignment.
   VOSTRING d(c);
   c = d;
   c = c;
-  EXPECT_EQ(U8(c), "abcd");
   d = VOSTRING("z");
   EXPECT_EQ(U8(c), "abcd");
 
   // A default handle always sees the body shared, so even Clear unshares.
   VOSTRING e, f;
-  EXPECT_EQ(e.GetReference(), VOSTRING::GetEmpty().GetReference());
   e.Clear();
   EXPECT_NE(e.GetReference(), f.GetReference());
   EXPECT_EQ(f.GetReference(), VOSTRING::GetEmpty().GetReference());
+
+  // The persistent format travels with a copy.
+  VOSTRING g("v=");
+  g << STR_BASE16;
+  VOSTRING h(g);
+  h << 255;
+  EXPECT_EQ(U8(h), "v=FF");
 }
 
-TEST(VostringSharing, PersistentFormatTravelsWithTheCopy) {
-  VOSTRING a("v=");
-  a << STR_BASE16;
-  VOSTRING b(a);
-  b << 255;
-  EXPECT_EQ(U8(b), "v=FF");
-  a << 255;
-  EXPECT_EQ(U8(a), "v=FF");
-}
-
-TEST(VostringConstruction, FromTextsAndNumbers) {
-  EXPECT_TRUE(VOSTRING(static_cast<const char*>(nullptr)).IsEmpty());
-  EXPECT_TRUE(VOSTRING(static_cast<const unsigned short*>(nullptr)).IsEmpty());
-  VOSTRING bytes("\xE9t\xE9");  // bytes are code points below 256, not UTF-8
-  EXPECT_EQ(bytes.GetLength(), 3);
-  EXPECT_EQ(bytes[0], 0xE9);
+TEST(VostringReading, ConstructionIndexAndSubstrings) {
+  EXPECT_TRUE(VOSTRING(static_cast<const char*>(nullptr)).IsEmpty() &&
+              VOSTRING(static_cast<const unsigned short*>(nullptr)).IsEmpty());
+  EXPECT_EQ(U16(VOSTRING("\xE9t\xE9")), u"\u00E9t\u00E9");  // bytes are code points, not UTF-8
   EXPECT_EQ(U8(VOSTRING(-42)), "-42");
   EXPECT_EQ(U8(VOSTRING(4000000000u)), "4000000000");
-  EXPECT_EQ(U8(VOSTRING(u"\u4E2D\u6587")), "\u4E2D\u6587");
-}
 
-TEST(VostringReading, IndexAndSubstrings) {
   VOSTRING s("abc");
-  EXPECT_EQ(s[-1], 0);
-  EXPECT_EQ(s[4], 0);
+  EXPECT_TRUE(s[-1] == 0 && s[4] == 0);
   EXPECT_EQ(&s[3], s.GetReference() + 3) << "index = length gives the terminator itself";
   EXPECT_EQ(U8(s.GetSubString(1, 0x7FFFFFFF)), "bc");
-  EXPECT_EQ(U8(s.GetSubString(1)), "bc");
   EXPECT_EQ(U8(s.GetSubString(0, 0)), "a");
   EXPECT_TRUE(s.GetSubString(2, 1).IsEmpty());
   EXPECT_TRUE(s.GetSubString(3).IsEmpty());
   EXPECT_TRUE(s.GetSubString(-1, 2).IsEmpty());
 
-  unsigned short* copy = s.GetString();
-  EXPECT_NE(copy, s.GetReference());
+  unsigned short* copy = s.GetString();  // the caller's own copy
   EXPECT_EQ(ucstrcmp(copy, s), 0);
   free(copy);
-
-  EXPECT_DOUBLE_EQ(VOSTRING("  -12.5e1xyz").ConvertToDouble(), -125.0);
   EXPECT_DOUBLE_EQ(VOSTRING(u"3\u20AC").ConvertToDouble(), 3.0);
 }
 
 TEST(VostringCompare, ResultsAndPositions) {
   VOSTRING ab("ab"), abc("abc");
-  EXPECT_EQ(ab.Compare(abc), -'c');
-  EXPECT_EQ(abc.Compare(ab), 'c');
   EXPECT_EQ(abc.Compare(ab, 2), 0);
   EXPECT_EQ(VOSTRING("aB").CompareNoCase(VOSTRING("Ab")), 0);
   EXPECT_NE(VOSTRING(u"\u00E9").CompareNoCase(VOSTRING(u"\u00C9")), 0) << "folding is ASCII only";
@@ -101,20 +91,19 @@ TEST(VostringCompare, ResultsAndPositions) {
   EXPECT_EQ(VOSTRING("xxxxx").Compare(6, ab, 0, 2), -1);
   EXPECT_EQ(VOSTRING("xxabc").Compare(2, abc, 0, 3), 0);
   EXPECT_EQ(VOSTRING("xxABC").CompareNoCase(2, abc, 0, 0x7FFFFFFF), 0);
-  EXPECT_TRUE(VOSTRING("abc") == VOSTRING(u"abc"));
-  EXPECT_TRUE(ab != abc);
+  EXPECT_TRUE(VOSTRING("abc") == VOSTRING(u"abc") && ab != abc);
 
   // The whole-string comparison gives exactly what ucstrcmp gives.
   std::mt19937 rng(11);
+  auto grow = [&rng](std::u16string& s, int n) {
+    while (n-- > 0) s += static_cast<char16_t>(1 + rng() % 0xFFFE);
+  };
   for (int round = 0; round < 2000; ++round) {
     std::u16string a, b;
-    int common = static_cast<int>(rng() % 40);
-    for (int i = 0; i < common; ++i) a += static_cast<char16_t>(1 + rng() % 0xFFFE);
+    grow(a, rng() % 40);
     b = a;
-    for (int i = static_cast<int>(rng() % 3); i > 0; --i)
-      a += static_cast<char16_t>(1 + rng() % 0xFFFE);
-    for (int i = static_cast<int>(rng() % 3); i > 0; --i)
-      b += static_cast<char16_t>(1 + rng() % 0xFFFE);
+    grow(a, rng() % 3);
+    grow(b, rng() % 3);
     VOSTRING va(a.c_str()), vb(b.c_str());
     ASSERT_EQ(va.Compare(vb), ucstrcmp(va, vb));
   }
@@ -122,16 +111,14 @@ TEST(VostringCompare, ResultsAndPositions) {
 
 TEST(VostringSearch, AgreesWithStdU16String) {
   std::mt19937 rng(7);
+  auto unit = [&rng](int kinds) { return static_cast<char16_t>(u'a' + rng() % kinds); };
   for (int round = 0; round < 200; ++round) {
-    std::u16string ref;
-    int len = static_cast<int>(rng() % 70);
-    for (int i = 0; i < len; ++i) ref += static_cast<char16_t>(u'a' + rng() % 4);
+    std::u16string ref, pat;
+    for (int i = rng() % 70; i > 0; --i) ref += unit(4);
+    for (int i = 1 + rng() % 3; i > 0; --i) pat += unit(4);
+    const unsigned short c = unit(5);
     VOSTRING s(ref.c_str());
-    std::u16string pat;
-    for (int i = 0, n = 1 + static_cast<int>(rng() % 3); i < n; ++i)
-      pat += static_cast<char16_t>(u'a' + rng() % 4);
-    const unsigned short c = static_cast<unsigned short>(u'a' + rng() % 5);
-    for (int start = 0; start < len; ++start) {
+    for (int start = 0; start < static_cast<int>(ref.size()); ++start) {
       auto expect = [](size_t p) { return p == std::u16string::npos ? -1 : static_cast<int>(p); };
       ASSERT_EQ(s.FindNextOf(c, start), expect(ref.find(static_cast<char16_t>(c), start)));
       ASSERT_EQ(s.FindNextOf(VOSTRING(pat.c_str()), start), expect(ref.find(pat, start)));
@@ -153,62 +140,41 @@ TEST(VostringSearch, InvalidStarts) {
   EXPECT_EQ(s.FindPrevOf('c', 1000), 5) << "a start past the end starts at the last unit";
   EXPECT_EQ(s.FindPrevOf('c', -1), -1);
   EXPECT_EQ(VOSTRING().FindPrevOf('a'), -1);
-  EXPECT_EQ(s.FindNextOf(VOSTRING("ca"), 0), 2);
-  EXPECT_EQ(s.FindNextOf(VOSTRING("abcabcd"), 0), -1);
 }
 
+// Ranges are first and last units; a range that runs past the end is cut
+// there, and one that starts outside or runs backwards changes nothing.
 TEST(VostringEdit, RangesClipAndInvalidOnesAreIgnored) {
-  VOSTRING s("abc");
-  s.Remove(1, 1000);
-  EXPECT_EQ(U8(s), "a");
-  s = "abc";
-  s.Remove(2, 1);
-  EXPECT_EQ(U8(s), "abc");
-  s.Truncate(3);
-  EXPECT_EQ(U8(s), "abc");
-  s.Truncate(0);
-  EXPECT_TRUE(s.IsEmpty());
-
-  s = "abc";
-  s.Replace(1, 1, VOSTRING(), 0, 0x7FFFFFFF);
-  EXPECT_EQ(U8(s), "ac");
-  s.Replace(2, 5, VOSTRING("XYZ"), 1, 0x7FFFFFFF);  // first = length appends
-  EXPECT_EQ(U8(s), "acYZ");
-  s.Replace(0, 100, VOSTRING("12"), 0, 0);
-  EXPECT_EQ(U8(s), "1");
-  s.Replace(0, u'9');
-  s.Replace(1, u'8');  // outside: ignored
-  s.Replace(0, 0);     // zero unit: ignored
-  EXPECT_EQ(U8(s), "9");
-
-  s = "ad";
-  s.Insert(1, VOSTRING("xbcx"), 1, 2);
-  EXPECT_EQ(U8(s), "abcd");
-  s.Insert(5, VOSTRING("z"));
-  s.Insert(0, VOSTRING("z"), 1, 1);
-  EXPECT_EQ(U8(s), "abcd");
-
-  s.Assign(VOSTRING("hello"), 1, 3);
-  EXPECT_EQ(U8(s), "ell");
-  s.Assign(VOSTRING("hello"), 5, 9);  // invalid: nothing happens
-  EXPECT_EQ(U8(s), "ell");
-  s.Append(VOSTRING("hello"), 3, 0x7FFFFFFF);
-  EXPECT_EQ(U8(s), "elllo");
-  s.Assign(reinterpret_cast<const unsigned short*>(u"xyz"), 1, 99);
-  EXPECT_EQ(U8(s), "yz");
-  s.Assign(reinterpret_cast<const unsigned short*>(u"xyz"), 5, 9);
-  EXPECT_TRUE(s.IsEmpty()) << "a range past the terminator takes nothing";
-
-  s = "ab";
-  EXPECT_EQ(s.Pad(u'-', 3), 0);
-  EXPECT_EQ(s.PadToLength(u'+', 7), 0);
-  EXPECT_EQ(s.PadToLength(u'+', 2), 0);
-  EXPECT_EQ(U8(s), "ab---++");
-  s.SetUpperCase(1);
-  EXPECT_EQ(U8(s), "aB---++");
-  s = "MiXeD";
-  s.SetLowerCase();
-  EXPECT_EQ(U8(s), "mixed");
+  const struct {
+    const char* before;
+    void (*edit)(VOSTRING&);
+    const char* after;
+  } cases[] = {
+      {"abc", [](VOSTRING& s) { s.Remove(1, 1000); }, "a"},
+      {"abc", [](VOSTRING& s) { s.Remove(2, 1); }, "abc"},
+      {"abc", [](VOSTRING& s) { s.Truncate(3); }, "abc"},
+      {"abc", [](VOSTRING& s) { s.Replace(1, 1, VOSTRING(), 0, 0x7FFFFFFF); }, "ac"},
+      {"ac", [](VOSTRING& s) { s.Replace(2, 5, VOSTRING("XYZ"), 1, 0x7FFFFFFF); }, "acYZ"},
+      {"acYZ", [](VOSTRING& s) { s.Replace(0, 100, VOSTRING("12"), 0, 0); }, "1"},
+      {"1", [](VOSTRING& s) { s.Replace(0, u'9'), s.Replace(1, u'8'), s.Replace(0, 0); }, "9"},
+      {"ad", [](VOSTRING& s) { s.Insert(1, VOSTRING("xbcx"), 1, 2); }, "abcd"},
+      {"ab", [](VOSTRING& s) { s.Insert(3, VOSTRING("z")), s.Insert(0, VOSTRING("z"), 1, 1); },
+       "ab"},
+      {"ab", [](VOSTRING& s) { s.Assign(VOSTRING("hello"), 1, 3); }, "ell"},
+      {"ab", [](VOSTRING& s) { s.Assign(VOSTRING("hello"), 5, 9); }, "ab"},
+      {"el", [](VOSTRING& s) { s.Append(VOSTRING("hello"), 3, 0x7FFFFFFF); }, "ello"},
+      {"ab", [](VOSTRING& s) { s.Assign(kXyz, 1, 99); }, "yz"},
+      {"ab", [](VOSTRING& s) { s.Assign(kXyz, 5, 9); }, ""},  // past the terminator: nothing
+      {"ab", [](VOSTRING& s) { s.Pad(u'-', 3), s.PadToLength(u'+', 7), s.PadToLength(u'+', 2); },
+       "ab---++"},
+      {"abc", [](VOSTRING& s) { s.SetUpperCase(1); }, "aBC"},
+      {"MiXeD", [](VOSTRING& s) { s.SetLowerCase(); }, "mixed"},
+  };
+  for (const auto& c : cases) {
+    VOSTRING s(c.before);
+    c.edit(s);
+    EXPECT_EQ(U8(s), c.after) << "case " << &c - cases;
+  }
 }
 
 TEST(VostringEdit, SelfReferenceIsSafe) {
@@ -216,7 +182,6 @@ TEST(VostringEdit, SelfReferenceIsSafe) {
   for (int i = 0; i < 12; ++i) s += s;  // operand moves with every growth
   EXPECT_EQ(s.GetLength(), 3 << 12);
   EXPECT_EQ(s.FindNextOf(VOSTRING("cc")), -1);
-  EXPECT_EQ(U8(s.GetSubString(0, 5)), "abcabc");
 
   VOSTRING t("0123456789");
   t = t.GetReference() + 4;  // a pointer into its own text
@@ -238,9 +203,8 @@ TEST(VostringEdit, GrowthIsAmortisedAndClearKeepsTheBlock) {
   EXPECT_EQ(s.GetLength(), 100000);
   EXPECT_LT(moves, 40) << "capacity must double, not grow by a constant";
   s.Clear();
-  EXPECT_EQ(s.GetReference(), block);
   s = "short";
-  EXPECT_EQ(s.GetReference(), block) << "assignment reuses the block";
+  EXPECT_EQ(s.GetReference(), block) << "clearing and assigning reuse the block";
 }
 
 TEST(VostringEdit, ReserveNeverMovesTheEmptyBody) {
@@ -250,10 +214,9 @@ TEST(VostringEdit, ReserveNeverMovesTheEmptyBody) {
   const unsigned short* shared = other.GetReference();
   VOSTRING grown;
   ASSERT_EQ(grown.Reserve(1000), 0);
+  grown += "kept";
   EXPECT_EQ(shared[0], 0);
   EXPECT_EQ(other.GetReference(), shared);
-  EXPECT_NE(grown.GetReference(), shared);
-  grown += "kept";
   EXPECT_TRUE(other.IsEmpty());
   EXPECT_EQ(U8(grown), "kept");
 
@@ -261,11 +224,10 @@ TEST(VostringEdit, ReserveNeverMovesTheEmptyBody) {
   VOSTRING a("abc"), b(a);
   ASSERT_EQ(a.Reserve(1000), 0);
   EXPECT_EQ(a.GetReference(), b.GetReference());
-  EXPECT_EQ(U8(b), "abc");
   SetErrPosnDisable();
   EXPECT_EQ(a.Reserve(0x7FFFFFF0), VOERROR_OutOfMemory);
   SetErrPosnEnable();
-  EXPECT_EQ(U8(a), "abc");
+  EXPECT_EQ(U8(b), "abc");
 }
 
 // Texts longer than a body can hold, or than an int counts, are refused with
@@ -312,7 +274,7 @@ TEST(VostringEdit, TextsBeyondAnIntFailWithACode) {
 }
 
 TEST(VostringLineEnds, RewriteAndCheck) {
-  struct Case {
+  const struct {
     const char* in;
     LINETERM term;
     const char* out;
@@ -327,15 +289,13 @@ TEST(VostringLineEnds, RewriteAndCheck) {
       {"a\r\nb\nc", LINETERM_CR, "a\rb\rc"},
       {"plain", LINETERM_CR, "plain"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     VOSTRING s(c.in);
     EXPECT_EQ(s.SetLineTermination(c.term), 1);
     EXPECT_EQ(U8(s), c.out) << "input " << testing::PrintToString(std::string(c.in));
     EXPECT_EQ(s.CheckLineTermination(c.term), 1);
   }
   EXPECT_EQ(VOSTRING("a\r\nb").CheckLineTermination(LINETERM_LF), 0);
-  EXPECT_EQ(VOSTRING("a\nb").CheckLineTermination(LINETERM_CR), 0);
-  EXPECT_EQ(VOSTRING("a\r").CheckLineTermination(LINETERM_CRLF), 0);
   EXPECT_EQ(VOSTRING("a\n\r").CheckLineTermination(LINETERM_CRLF), 0);
   VOSTRING odd("a\rb");
   EXPECT_EQ(odd.SetLineTermination(static_cast<LINETERM>(7)), 1);
@@ -343,28 +303,20 @@ TEST(VostringLineEnds, RewriteAndCheck) {
 }
 
 TEST(VostringEncoded, BytesUtf16AndUtf8) {
-  VOSTRING s("\xE9", CHAR_ENCODING(0));
-  EXPECT_EQ(s[0], 0xE9);
-  s.Assign("\xC3\xA9\xF0\x9F\x98\x80", CHAR_ENCODING(2));
-  EXPECT_EQ(s.GetLength(), 3);
-  EXPECT_EQ(s[1], 0xD83D);
-  char* utf8 = s.GetEncoded(CHAR_ENCODING(2));
-  ASSERT_NE(utf8, nullptr);
-  EXPECT_STREQ(utf8, "\xC3\xA9\xF0\x9F\x98\x80");
-  free(utf8);
-  char* bytes = VOSTRING(u"a\u00E9\u20AC").GetEncoded(CHAR_ENCODING(0));
-  EXPECT_STREQ(bytes, "a\xE9?");
-  free(bytes);
-  unsigned short* units = reinterpret_cast<unsigned short*>(s.GetEncoded(CHAR_ENCODING(1)));
-  EXPECT_NE(units, s.GetReference());
-  EXPECT_EQ(ucstrcmp(units, s), 0);
-  free(units);
+  EXPECT_EQ(U16(VOSTRING("\xE9", CHAR_ENCODING_ASCII)), u"\u00E9");
+  VOSTRING s;
+  s.Assign("\xC3\xA9\xF0\x9F\x98\x80", CHAR_ENCODING_UTF8);
+  EXPECT_EQ(U16(s), u"\u00E9\U0001F600");
+  EXPECT_EQ(Encoded(s, CHAR_ENCODING_UTF8), "\xC3\xA9\xF0\x9F\x98\x80");
+  EXPECT_EQ(Encoded(s, CHAR_ENCODING_UTF16),
+            std::string(reinterpret_cast<const char*>(U16(s).data()), 6));
+  EXPECT_EQ(Encoded(VOSTRING(u"a\u00E9\u20AC"), CHAR_ENCODING_ASCII), "a\xE9?");
 
   // An encoding without a converter leaves the string and records nothing.
   ClearLastErr();
   EXPECT_LT(s.Assign("abc", CHAR_ENCODING(9999)), 0);
   EXPECT_EQ(s.GetLength(), 3);
-  EXPECT_EQ(s.GetEncoded(CHAR_ENCODING(9999)), nullptr);
+  EXPECT_EQ(Encoded(s, CHAR_ENCODING(9999)), "<null>");
   EXPECT_EQ(GetLastErrCode(), 0);
 }
 
@@ -372,16 +324,13 @@ TEST(VostringEncoded, BytesUtf16AndUtf8) {
 // and a combining acute, Hangul as conjoining jamo. Compatibility forms are
 // decomposed on the way out and stay so on the way back.
 TEST(VostringEncoded, Utf8Decomposed) {
-  char* out = VOSTRING(u"\u00E9t\u00E9 \uAC01\uFB01").GetEncoded(CHAR_ENCODING_UTF8_DECOMPOSED);
-  ASSERT_NE(out, nullptr);
-  EXPECT_STREQ(out,
-               "e\xCC\x81"
-               "te\xCC\x81"
-               " \xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8"
-               "fi");
-  VOSTRING back(out, CHAR_ENCODING_UTF8_DECOMPOSED);
-  EXPECT_EQ(back, VOSTRING(u"\u00E9t\u00E9 \uAC01fi"));
-  free(out);
+  const std::string out =
+      Encoded(VOSTRING(u"\u00E9t\u00E9 \uAC01\uFB01"), CHAR_ENCODING_UTF8_DECOMPOSED);
+  EXPECT_EQ(out,
+            "e\xCC\x81te\xCC\x81 \xE1\x84\x80\xE1\x85\xA1\xE1\x86\xA8"
+            "fi");
+  EXPECT_EQ(VOSTRING(out.c_str(), CHAR_ENCODING_UTF8_DECOMPOSED),
+            VOSTRING(u"\u00E9t\u00E9 \uAC01fi"));
   EXPECT_EQ(VOSTRING("e\xCC\x81", CHAR_ENCODING_UTF8).GetLength(), 2);
 }
 
