@@ -20,3 +20,6 @@ build/bin/vosys error -1015
 echo
 echo "== vosys chars 'Åﬁ가١'"
 build/bin/vosys chars 'Åﬁ가١'
+echo
+echo "== vosys encodings"
+build/bin/vosys encodings

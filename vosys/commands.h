@@ -4,5 +4,6 @@
 #define VOSYS_COMMANDS_H
 
 int CmdChars(int argc, char** argv);
+int CmdEncodings(int argc, char** argv);
 
 #endif

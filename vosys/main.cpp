@@ -4,6 +4,7 @@
 //   vosys format -f FILE             the same for each line of a file
 //   vosys error CODE                 the message text of an error code
 //   vosys chars TEXT                 the character database's view of TEXT
+//   vosys encodings                  the registry's encodings
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -30,6 +31,8 @@ const char kUsage[] =
     "  error CODE                print the message text of error code CODE\n"
     "  chars TEXT                list each character of TEXT with its code, category,\n"
     "                            bidi class, case partner and decomposition\n"
+    "  encodings                 list the encodings by row, with their numbers and\n"
+    "                            whether they are offered for reading and writing\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -175,6 +178,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "format") == 0) return CmdFormat(argc - 2, argv + 2);
   if (std::strcmp(cmd, "error") == 0) return CmdError(argc - 2, argv + 2);
   if (std::strcmp(cmd, "chars") == 0) return CmdChars(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -27,4 +27,9 @@ class VOSYS_API TEXTRES {
   static VOSTRING GetString(int id);
 };
 
+// The text of key in section as a new UTF-16 string to free, or null. Finds
+// no text until the resource files can be read.
+extern "C" VOSYS_API unsigned short* MtTextGetStringExtUC(const char* section, const char* key,
+                                                          int flags);
+
 #endif

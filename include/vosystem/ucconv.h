@@ -13,4 +13,52 @@ enum CHAR_ENCODING : int {
   CHAR_ENCODING_UTF8_DECOMPOSED = 5  // UTF-8 with characters held decomposed
 };
 
+extern "C" {
+
+// ---- the registry: 67 encodings in a fixed, public row order
+//
+// filter: 1 rows offered for reading, 2 for writing, 3 for both; add 4 to
+// leave "Unicode" out. Positions count the rows that pass, from 0. A null
+// or empty name means "ISO-2022", the internal form. None of these records
+// an error.
+
+// Rows that pass; filter 0 gives all 67.
+VOSYS_API int MucGetNumEncodings(int filter);
+// The name at a position (with filter 0: at a row), or null.
+VOSYS_API const char* MucNumToName(int num, int filter);
+// The encoding at a position (with filter 0: at a row), or 0.
+VOSYS_API CHAR_ENCODING MucGetEncodingFromNum(int num, int filter);
+// The position of the first row of that number that passes, or -1 (always
+// -1 for filter 0).
+VOSYS_API int MucGetEncodingNum(int encoding, int filter);
+// The position of the row of exactly that name (case counts), or 0. Filter
+// 0 passes every row; 4 every row but "Unicode".
+VOSYS_API int MucNameToNum(const char* name, int filter);
+// The default charset of the row of exactly that name, or 15 (Latin-1).
+VOSYS_API int MucNameToCharset(const char* name, int filter);
+// The encoding whose name matches, case ignored, over all rows; or 0.
+VOSYS_API CHAR_ENCODING MucGetEncodingFromName(const char* name);
+// The name of the first row of that number, or "ASCII".
+VOSYS_API const char* MucGetName(int encoding);
+// The name in a row, or null.
+VOSYS_API const char* MucGetEncodingStr(int row);
+// The localised description of an encoding (text "text-encoding"/name), or
+// the name itself; a new string to free. Null for a null name.
+VOSYS_API unsigned short* MucNameToDescUC(const char* name);
+VOSYS_API char* MucNameToDesc(const char* name);
+VOSYS_API unsigned short* MucNumToDescUC(int num, int filter);
+VOSYS_API char* MucNumToDesc(int num, int filter);
+// The default charsets: 15 for G0 and G1, 11 (JIS X 0208) for ideographs.
+VOSYS_API int MucGetDefaultCharsets(int* g0, int* g1, int* ideographic);
+
+// ---- one conversion's state
+// Makes the state of a conversion in the named encoding (an unknown name is
+// "ASCII"); free it with MucStopConversion. 0, -1213 (null conv) or -1015.
+VOSYS_API int MucInitConversion(void** conv, const char* name, int flags);
+// Back to the state after MucInitConversion; null is ignored.
+VOSYS_API void MucReset(void* conv);
+VOSYS_API void MucStopConversion(void* conv);
+
+}  // extern "C"
+
 #endif

@@ -11,3 +11,7 @@ VOSTRING TEXTRES::GetString(int id) {
   snprintf(text, sizeof text, "Unknown error code (%d)", id);
   return VOSTRING(text);
 }
+
+unsigned short* MtTextGetStringExtUC(const char*, const char*, int) {
+  return nullptr;
+}
