@@ -27,7 +27,8 @@ UTF_OURS = {
     "utf8_to_utf16": ["ConvertUTF8toUTF16", "MucConvertUTF8ToUnicode"],
     "utf16_to_utf8": ["ConvertUTF16toUTF8", "MucConvertUnicodeToUTF8"],
 }
-UTF_OTHERS = ["icu", "iconv", "memcpy"]
+UTF_OTHERS = ["icu", "icu_malloc", "iconv", "memcpy"]
+UTF_SIZES = ["1K", "64K", "4M"]
 CORPORA = ["ascii", "latin", "cyrillic", "cjk", "emoji"]
 
 
@@ -71,18 +72,21 @@ def print_table(header, rows):
 
 
 def utf_report(results):
-    labels = ["stream", "heap"]
+    # The stream converter is compared with ICU into a buffer made once, the
+    # heap function (a fresh result per call) with ICU into a buffer the
+    # caller mallocs per call.
     for direction, ours in UTF_OURS.items():
-        header = (["corpus"] + labels + UTF_OTHERS + ["%s/icu" % l for l in labels] +
-                  ["%s/memcpy" % l for l in labels])
+        header = (["corpus", "size"] + ["stream", "heap"] + UTF_OTHERS +
+                  ["stream/icu", "heap/icu_malloc", "stream/memcpy"])
         rows = []
         for corpus in CORPORA:
-            def get(impl):
-                return results.get("%s/%s/%s" % (direction, impl, corpus))
-            row = [corpus] + [gbps(get(i)) for i in ours + UTF_OTHERS]
-            row += [ratio(get(o), get("icu")) for o in ours]
-            row += [ratio(get(o), get("memcpy")) if corpus == "ascii" else "" for o in ours]
-            rows.append(row)
+            for size in UTF_SIZES:
+                def get(impl):
+                    return results.get("%s/%s/%s/%s" % (direction, impl, corpus, size))
+                row = [corpus, size] + [gbps(get(i)) for i in ours + UTF_OTHERS]
+                row += [ratio(get(ours[0]), get("icu")), ratio(get(ours[1]), get("icu_malloc")),
+                        ratio(get(ours[0]), get("memcpy")) if corpus == "ascii" else ""]
+                rows.append(row)
         print("%s: throughput in GB/s of UTF-8 text (stream = %s, heap = %s)"
               % (direction, ours[0], ours[1]))
         print_table(header, rows)

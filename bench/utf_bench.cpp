@@ -1,10 +1,21 @@
 // Throughput of the UTF-8 <-> UTF-16 converters against ICU, glibc's iconv and
-// memcpy, on five generated corpora of about 1 MB of UTF-8 each.
+// memcpy, on five generated corpora at 1 KB, 64 KB and 4 MB of UTF-8 each.
 //
-// Names read "<direction>/<implementation>/<corpus>". Every benchmark of a
-// corpus counts the corpus's UTF-8 size as its bytes processed, whichever the
-// direction, so that throughputs compare as times. memcpy copies the same
-// source buffer as the converters of its direction.
+// Names read "<direction>/<implementation>/<corpus>/<size>". Every benchmark
+// of a corpus and size counts the text's UTF-8 size as its bytes processed,
+// whichever the direction, so that throughputs compare as times. memcpy
+// copies the same source buffer as the converters of its direction.
+//
+// Two kinds of call. The stream converters, "icu" (u_strFromUTF8 /
+// u_strToUTF8) and iconv write into a buffer allocated once, outside the
+// loop. The heap converters allocate a fresh result on each call, which the
+// benchmark frees after it, as their callers do; "icu_malloc" is what a user
+// of ICU would write for the same job: with the text's length at hand (so
+// ICU, unlike our heap converters, needn't look for the terminator) they
+// malloc the largest result it can give, n + 1 units for n bytes of UTF-8
+// or 3 n + 1 bytes for n units of UTF-16, convert once into it and free it
+// after the call. Preflighting instead (a call with no buffer to learn the
+// size) would cost ICU a second pass.
 #include <benchmark/benchmark.h>
 #include <iconv.h>
 #include <unicode/ustring.h>
@@ -20,12 +31,17 @@
 
 namespace {
 
-constexpr size_t kCorpusBytes = 1 << 20;
-
 // ---------------------------------------------------------------- corpora
+
+struct Size {
+  const char* label;
+  size_t bytes;  // of UTF-8 text
+};
+const Size kSizes[] = {{"1K", 1 << 10}, {"64K", 64 << 10}, {"4M", 4 << 20}};
 
 struct Corpus {
   std::string name;
+  const char* size;  // label of its Size
   std::string utf8;
   std::u16string utf16;
 };
@@ -61,20 +77,26 @@ void AppendUtf16(std::u16string& out, char32_t c) {
 // followed by a space, with a full stop and a line feed now and then.
 using LetterSource = char32_t (*)(std::mt19937&);
 
-Corpus MakeCorpus(const std::string& name, LetterSource letter, int space_every = 0) {
+// The text stops at the last whole word that fits the size.
+Corpus MakeCorpus(const std::string& name, const Size& size, LetterSource letter,
+                  int space_every = 0) {
   std::mt19937 rng(12345);
-  Corpus c{name, {}, {}};
-  auto put = [&c](char32_t ch) {
-    AppendUtf8(c.utf8, ch);
-    AppendUtf16(c.utf16, ch);
-  };
-  while (c.utf8.size() < kCorpusBytes) {
+  Corpus c{name, size.label, {}, {}};
+  for (;;) {
+    std::string word8;
+    std::u16string word16;
+    auto put = [&](char32_t ch) {
+      AppendUtf8(word8, ch);
+      AppendUtf16(word16, ch);
+    };
     const int len = space_every ? space_every : 2 + static_cast<int>(rng() % 9);
     for (int i = 0; i < len; ++i) put(letter(rng));
     if (rng() % 12 == 0) put(U'.');
     put(rng() % 16 == 0 ? U'\n' : U' ');
+    if (c.utf8.size() + word8.size() > size.bytes) return c;
+    c.utf8 += word8;
+    c.utf16 += word16;
   }
-  return c;
 }
 
 char32_t AsciiLetter(std::mt19937& rng) {
@@ -102,12 +124,19 @@ char32_t EmojiLetter(std::mt19937& rng) {
   return 0x1F300 + rng() % 0x350;
 }
 
+// Each corpus at each size, in the order of kSizes.
 const std::vector<Corpus>& Corpora() {
-  static const std::vector<Corpus> corpora = {
-      MakeCorpus("ascii", AsciiLetter),       MakeCorpus("latin", LatinLetter),
-      MakeCorpus("cyrillic", CyrillicLetter), MakeCorpus("cjk", CjkLetter, 40),
-      MakeCorpus("emoji", EmojiLetter, 5),
-  };
+  static const std::vector<Corpus> corpora = [] {
+    std::vector<Corpus> all;
+    for (const Size& size : kSizes) {
+      all.push_back(MakeCorpus("ascii", size, AsciiLetter));
+      all.push_back(MakeCorpus("latin", size, LatinLetter));
+      all.push_back(MakeCorpus("cyrillic", size, CyrillicLetter));
+      all.push_back(MakeCorpus("cjk", size, CjkLetter, 40));
+      all.push_back(MakeCorpus("emoji", size, EmojiLetter, 5));
+    }
+    return all;
+  }();
   return corpora;
 }
 
@@ -150,6 +179,22 @@ void Utf8ToUtf16Icu(benchmark::State& state, const Corpus* c) {
                   static_cast<int32_t>(c->utf8.size()), &err);
     benchmark::DoNotOptimize(len);
     benchmark::ClobberMemory();
+  }
+  SetThroughput(state, *c);
+}
+
+// As a user with the length at hand: the largest result, n + 1 units.
+void Utf8ToUtf16IcuMalloc(benchmark::State& state, const Corpus* c) {
+  const int32_t n = static_cast<int32_t>(c->utf8.size());
+  for (auto _ : state) {
+    const int32_t capacity = n + 1;
+    auto* out = static_cast<UChar*>(malloc(static_cast<size_t>(capacity) * sizeof(UChar)));
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t len = 0;
+    u_strFromUTF8(out, capacity, &len, c->utf8.data(), n, &err);
+    benchmark::DoNotOptimize(len);
+    benchmark::DoNotOptimize(out);
+    free(out);
   }
   SetThroughput(state, *c);
 }
@@ -234,6 +279,22 @@ void Utf16ToUtf8Icu(benchmark::State& state, const Corpus* c) {
   SetThroughput(state, *c);
 }
 
+// As a user with the length at hand: the largest result, 3 n + 1 bytes.
+void Utf16ToUtf8IcuMalloc(benchmark::State& state, const Corpus* c) {
+  const int32_t n = static_cast<int32_t>(c->utf16.size());
+  for (auto _ : state) {
+    const int32_t capacity = 3 * n + 1;
+    auto* out = static_cast<char*>(malloc(static_cast<size_t>(capacity)));
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t len = 0;
+    u_strToUTF8(out, capacity, &len, c->utf16.data(), n, &err);
+    benchmark::DoNotOptimize(len);
+    benchmark::DoNotOptimize(out);
+    free(out);
+  }
+  SetThroughput(state, *c);
+}
+
 void Utf16ToUtf8Iconv(benchmark::State& state, const Corpus* c) {
   RunIconv(state, *c, "UTF-8", "UTF-16LE", c->utf16.data(), c->utf16.size() * 2,
            c->utf16.size() * 3 + 1);
@@ -257,11 +318,13 @@ const Entry kEntries[] = {
     {"utf8_to_utf16", "ConvertUTF8toUTF16", Utf8ToUtf16Stream},
     {"utf8_to_utf16", "MucConvertUTF8ToUnicode", Utf8ToUtf16Muc},
     {"utf8_to_utf16", "icu", Utf8ToUtf16Icu},
+    {"utf8_to_utf16", "icu_malloc", Utf8ToUtf16IcuMalloc},
     {"utf8_to_utf16", "iconv", Utf8ToUtf16Iconv},
     {"utf8_to_utf16", "memcpy", Utf8Memcpy},
     {"utf16_to_utf8", "ConvertUTF16toUTF8", Utf16ToUtf8Stream},
     {"utf16_to_utf8", "MucConvertUnicodeToUTF8", Utf16ToUtf8Muc},
     {"utf16_to_utf8", "icu", Utf16ToUtf8Icu},
+    {"utf16_to_utf8", "icu_malloc", Utf16ToUtf8IcuMalloc},
     {"utf16_to_utf8", "iconv", Utf16ToUtf8Iconv},
     {"utf16_to_utf8", "memcpy", Utf16Memcpy},
 };
@@ -269,7 +332,8 @@ const Entry kEntries[] = {
 void RegisterAll() {
   for (const Corpus& c : Corpora()) {
     for (const Entry& e : kEntries) {
-      const std::string name = std::string(e.direction) + "/" + e.implementation + "/" + c.name;
+      const std::string name =
+          std::string(e.direction) + "/" + e.implementation + "/" + c.name + "/" + c.size;
       benchmark::RegisterBenchmark(name.c_str(), e.fn, &c)->Unit(benchmark::kMicrosecond);
     }
   }

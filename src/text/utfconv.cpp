@@ -19,7 +19,13 @@
 // never holds anything past the returned position. Near the ends of the
 // buffers everything goes character by character with every check. Every
 // path gives the same result as that last one.
+//
+// The whole-string converters find the terminator and the exact size of the
+// result, allocate it once and run the same zone code over the whole text.
+// The caller's block may end right after the terminator, so nothing past it
+// is read: UTF-16 is searched for it one unit at a time.
 #include <emmintrin.h>
+#include <immintrin.h>
 #include <tmmintrin.h>
 
 #include <algorithm>
@@ -64,6 +70,17 @@ bool UseSsse3() {
   return use;
 }
 
+// The whole-string converters size their results 32 bytes at a time where
+// the processor has AVX2 (and the variable above isn't set). The functions
+// that use it clear the upper halves of the registers before they return
+// (the compiler doesn't always): SSE code after them would run far slower.
+#define VOSYS_TARGET_AVX2 __attribute__((target("avx2")))
+
+bool UseAvx2() {
+  static const bool use = __builtin_cpu_supports("avx2") && getenv("VOSYS_UTFCONV_SSE2") == nullptr;
+  return use;
+}
+
 inline __m128i Load16(const void* p) {
   return _mm_loadu_si128(static_cast<const __m128i*>(p));
 }
@@ -73,6 +90,9 @@ inline void Store16(void* p, __m128i v) {
 inline void StoreLow32(void* p, __m128i v) {
   const int32_t low = _mm_cvtsi128_si32(v);
   memcpy(p, &low, sizeof low);
+}
+VOSYS_TARGET_AVX2 inline __m256i Load32(const void* p) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(p));
 }
 // True when no bit of v is set.
 inline bool IsAllZero(__m128i v) {
@@ -914,61 +934,385 @@ int EncodeChecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d, const
 
 // ===================================================================== whole strings
 
-// The aligned loads below never cross a page, but may read past the
-// terminator within their 64 bytes, which the address sanitizer would report.
-#define VOSYS_WHOLE_ALIGNED_BLOCKS __attribute__((no_sanitize("address")))
+// ------------------------------------------------ UTF-16: length and UTF-8 size
 
-VOSYS_WHOLE_ALIGNED_BLOCKS inline unsigned ZeroUnits(const uint16_t* p) {
-  const __m128i units = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128())));
+// Index of the first 0 among the 64 units at p, or 64. No unit past the
+// terminator may be read, so this goes one unit at a time, eight to a turn.
+inline size_t FindTerminator64(const uint16_t* p) {
+  for (size_t i = 0; i < 64; i += 8) {
+    if (p[i] == 0) return i;
+    if (p[i + 1] == 0) return i + 1;
+    if (p[i + 2] == 0) return i + 2;
+    if (p[i + 3] == 0) return i + 3;
+    if (p[i + 4] == 0) return i + 4;
+    if (p[i + 5] == 0) return i + 5;
+    if (p[i + 6] == 0) return i + 6;
+    if (p[i + 7] == 0) return i + 7;
+  }
+  return 64;
 }
 
-// Length of a UTF-16 string, 32 units at a time once aligned.
-VOSYS_WHOLE_ALIGNED_BLOCKS size_t Utf16Length(const uint16_t* s) {
-  const uint16_t* p = s;
-  for (; reinterpret_cast<uintptr_t>(p) % 16 != 0; ++p) {
-    if (*p == 0) return static_cast<size_t>(p - s);
-  }
-  for (;; p += 8) {
-    if (const unsigned zeros = ZeroUnits(p)) {
-      return static_cast<size_t>(p - s) + CountTrailingZeros(zeros) / 2;
+// The UTF-8 size of units as the encoder writes them: one byte below 0x80,
+// two below 0x800, three above, and four for a high surrogate and the low one
+// after it, lone halves taking three. Each unit gives 1 + [>= 0x80] +
+// [>= 0x800] - 2 [starts a pair]; pairs never overlap, so they need no
+// left-to-right walk. Blocks of 8 count the last two terms in 16-bit lanes,
+// negated: -1 below 0x80, -1 below 0x800, -2 for a pair.
+class Utf8Sizer {
+ public:
+  // Sizes the 64 units at p, and reads p[64].
+  void Add64(const uint16_t* p) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i any = _mm_or_si128(_mm_or_si128(_mm_or_si128(Load16(p), Load16(p + 8)),
+                                                  _mm_or_si128(Load16(p + 16), Load16(p + 24))),
+                                     _mm_or_si128(_mm_or_si128(Load16(p + 32), Load16(p + 40)),
+                                                  _mm_or_si128(Load16(p + 48), Load16(p + 56))));
+    if (IsAllZero(_mm_and_si128(any, _mm_set1_epi16(static_cast<short>(0xFF80))))) return;
+    __m128i lanes = zero;
+    __m128i surrogates = zero;
+    for (int i = 0; i < 64; i += 8) {
+      const __m128i u = Load16(p + i);
+      const __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
+      const __m128i ascii =
+          _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+      lanes = _mm_add_epi16(lanes, _mm_add_epi16(ascii, _mm_cmpeq_epi16(top5, zero)));
+      surrogates = _mm_or_si128(surrogates,
+                                _mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800))));
     }
-    if (reinterpret_cast<uintptr_t>(p + 8) % 64 == 0) break;
+    if (_mm_movemask_epi8(surrogates) != 0) {
+      for (int i = 0; i < 64; i += 8) lanes = _mm_add_epi16(lanes, PairLanes(p + i));
+    }
+    Collect(lanes, 64);
   }
-  const __m128i zero = _mm_setzero_si128();
-  for (p += 8;; p += 32) {
-    const auto* v = reinterpret_cast<const __m128i*>(p);
-    const __m128i any = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(_mm_load_si128(v), zero),
-                                                  _mm_cmpeq_epi16(_mm_load_si128(v + 1), zero)),
-                                     _mm_or_si128(_mm_cmpeq_epi16(_mm_load_si128(v + 2), zero),
-                                                  _mm_cmpeq_epi16(_mm_load_si128(v + 3), zero)));
-    if (_mm_movemask_epi8(any) == 0) continue;
-    for (int i = 0; i < 32; i += 8) {
-      if (const unsigned zeros = ZeroUnits(p + i)) {
-        return static_cast<size_t>(p + i - s) + CountTrailingZeros(zeros) / 2;
+  // Add64 in 256-bit lanes, folded into 128 bits at the end.
+  VOSYS_TARGET_AVX2 void Add64Avx2(const uint16_t* p) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i any = _mm256_or_si256(_mm256_or_si256(Load32(p), Load32(p + 16)),
+                                        _mm256_or_si256(Load32(p + 32), Load32(p + 48)));
+    if (_mm256_testz_si256(any, _mm256_set1_epi16(static_cast<short>(0xFF80)))) return;
+    __m256i lanes = zero;
+    __m256i surrogates = zero;
+    for (int i = 0; i < 64; i += 16) {
+      const __m256i u = Load32(p + i);
+      const __m256i top5 = _mm256_and_si256(u, _mm256_set1_epi16(static_cast<short>(0xF800)));
+      const __m256i ascii = _mm256_cmpeq_epi16(
+          _mm256_and_si256(u, _mm256_set1_epi16(static_cast<short>(0xFF80))), zero);
+      lanes = _mm256_add_epi16(lanes, _mm256_add_epi16(ascii, _mm256_cmpeq_epi16(top5, zero)));
+      surrogates = _mm256_or_si256(
+          surrogates, _mm256_cmpeq_epi16(top5, _mm256_set1_epi16(static_cast<short>(0xD800))));
+    }
+    if (!_mm256_testz_si256(surrogates, surrogates)) {
+      const __m256i tops = _mm256_set1_epi16(static_cast<short>(0xFC00));
+      for (int i = 0; i < 64; i += 16) {
+        const __m256i pair =
+            _mm256_and_si256(_mm256_cmpeq_epi16(_mm256_and_si256(Load32(p + i), tops),
+                                                _mm256_set1_epi16(static_cast<short>(0xD800))),
+                             _mm256_cmpeq_epi16(_mm256_and_si256(Load32(p + i + 1), tops),
+                                                _mm256_set1_epi16(static_cast<short>(0xDC00))));
+        lanes = _mm256_add_epi16(lanes, _mm256_add_epi16(pair, pair));
       }
     }
+    Collect(_mm_add_epi16(_mm256_castsi256_si128(lanes), _mm256_extracti128_si256(lanes, 1)), 64);
+  }
+  // Sizes the n units at p, and reads p[n].
+  void Add(const uint16_t* p, size_t n) {
+    const __m128i zero = _mm_setzero_si128();
+    for (; n >= 8; n -= 8, p += 8) {
+      const __m128i u = Load16(p);
+      const __m128i top5 = _mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xF800)));
+      const __m128i ascii =
+          _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+      Collect(_mm_add_epi16(_mm_add_epi16(ascii, _mm_cmpeq_epi16(top5, zero)), PairLanes(p)), 8);
+    }
+    for (; n > 0; --n, ++p) {
+      const uint32_t unit = p[0];
+      extra_ += (unit >= 0x80) + (unit >= 0x800);
+      if (IsHighSurrogate(unit) && IsLowSurrogate(p[1])) extra_ -= 2;
+    }
+  }
+  size_t Extra() {
+    Flush();
+    return extra_;
+  }
+
+ private:
+  // -2 in the lanes of the 8 units at p that start a pair; reads p[8].
+  static __m128i PairLanes(const uint16_t* p) {
+    const __m128i tops = _mm_set1_epi16(static_cast<short>(0xFC00));
+    const __m128i pair = _mm_and_si128(
+        _mm_cmpeq_epi16(_mm_and_si128(Load16(p), tops), _mm_set1_epi16(static_cast<short>(0xD800))),
+        _mm_cmpeq_epi16(_mm_and_si128(Load16(p + 1), tops),
+                        _mm_set1_epi16(static_cast<short>(0xDC00))));
+    return _mm_add_epi16(pair, pair);
+  }
+  // Takes the lanes of `units` units, which fall by at most 2 a unit in 8 lanes.
+  void Collect(__m128i lanes, int units) {
+    lanes_ = _mm_add_epi16(lanes_, lanes);
+    extra_ += 2 * static_cast<size_t>(units);  // less what the lanes hold
+    if ((units_ += units) >= kMaxUnits) Flush();
+  }
+  static constexpr int kMaxUnits = 8 * 32767 / 2 - 64;
+  void Flush() {
+    alignas(16) int32_t sums[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(sums), _mm_madd_epi16(lanes_, _mm_set1_epi16(1)));
+    extra_ -= static_cast<size_t>(-(int64_t{sums[0]} + sums[1] + sums[2] + sums[3]));
+    lanes_ = _mm_setzero_si128();
+    units_ = 0;
+  }
+
+  __m128i lanes_ = _mm_setzero_si128();
+  int units_ = 0;
+  size_t extra_ = 0;  // bytes beyond one a unit, less what the lanes hold
+};
+
+struct Utf16Measure {
+  size_t units;  // before the terminator
+  size_t bytes;  // of UTF-8, with the terminator
+};
+
+// Sizes the stretches of 64 units from p up to the one holding the
+// terminator, whose index in it goes to *found; returns that stretch.
+const uint16_t* SizeStretches(const uint16_t* p, Utf8Sizer& sizer, size_t* found) {
+  for (; (*found = FindTerminator64(p)) == 64; p += 64) sizer.Add64(p);
+  return p;
+}
+
+VOSYS_TARGET_AVX2 const uint16_t* SizeStretchesAvx2(const uint16_t* p, Utf8Sizer& sizer,
+                                                    size_t* found) {
+  for (; (*found = FindTerminator64(p)) == 64; p += 64) sizer.Add64Avx2(p);
+  _mm256_zeroupper();
+  return p;
+}
+
+// Length and UTF-8 size of a string in one pass: each stretch of 64 units
+// found before the terminator is sized while it is still in the cache.
+Utf16Measure MeasureUtf16(const uint16_t* s) {
+  Utf8Sizer sizer;
+  size_t found;
+  const uint16_t* const p =
+      UseAvx2() ? SizeStretchesAvx2(s, sizer, &found) : SizeStretches(s, sizer, &found);
+  sizer.Add(p, found);
+  const size_t units = static_cast<size_t>(p - s) + found;
+  return {units, units + 1 + sizer.Extra()};
+}
+
+// ------------------------------------------------ UTF-8: units of UTF-16
+
+// Whether a byte among the three before p announces a continuation byte at
+// p or past it: C0 and up just before, E0 and up two before, F0 and up three
+// before.
+inline bool Announces(const uint8_t* p) {
+  return (p[-1] >= 0xC0) | (p[-2] >= 0xE0) | (p[-3] >= 0xF0);
+}
+
+// What CountPlainBlocks counted for the sequence at q: one unit, and a second
+// for a lead byte F0-F4 with a second byte that puts its value from U+10000
+// to U+10FFFF (F0 needs 90 and up, F4 less; F5-F7 lie past U+10FFFF).
+inline size_t PlainUnits(const uint8_t* q) {
+  const bool from90 = static_cast<int8_t>(q[1]) > -113;  // as the blocks compare
+  return 1 +
+         ((q[0] == 0xF0 && from90) || (q[0] > 0xF0 && q[0] < 0xF4) || (q[0] == 0xF4 && !from90));
+}
+
+// Plain text: no byte above F7, and continuation bytes exactly where the
+// lead bytes before them announce them. In plain text each byte that is not a
+// continuation starts a sequence, as the decoder reads it, and a four-byte
+// sequence has the value of the masked formula, which gives two units where
+// PlainUnits says. The blocks below read the 3 bytes before theirs and the
+// one after.
+
+// Adds to lanes 1 for each sequence that starts in the 16 bytes b0 at p, and
+// 1 for each second unit; false, having added nothing, if they aren't plain.
+inline bool CountPlainBlock(const uint8_t* p, __m128i b0, __m128i* lanes) {
+  // Bytes that a lead byte announces, and F8-FF, which fail the test.
+  const __m128i announced =
+      _mm_or_si128(_mm_or_si128(_mm_subs_epu8(Load16(p - 1), _mm_set1_epi8(-65)),   // C0-
+                                _mm_subs_epu8(Load16(p - 2), _mm_set1_epi8(-33))),  // E0-
+                   _mm_or_si128(_mm_subs_epu8(Load16(p - 3), _mm_set1_epi8(-17)),   // F0-
+                                _mm_subs_epu8(b0, _mm_set1_epi8(-9))));             // F8-
+  const __m128i matches =
+      _mm_xor_si128(IsContinuation(b0), _mm_cmpeq_epi8(announced, _mm_setzero_si128()));
+  if (_mm_movemask_epi8(matches) != 0xFFFF) return false;
+  __m128i count = _mm_cmpgt_epi8(b0, _mm_set1_epi8(-65));  // not 80-BF
+  if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(b0, _mm_set1_epi8(-16)), b0)) != 0) {
+    const __m128i from90 = _mm_cmpgt_epi8(Load16(p + 1), _mm_set1_epi8(-113));
+    const __m128i two =
+        _mm_or_si128(_mm_or_si128(_mm_and_si128(_mm_cmpeq_epi8(b0, _mm_set1_epi8(-16)), from90),
+                                  _mm_andnot_si128(from90, _mm_cmpeq_epi8(b0, _mm_set1_epi8(-12)))),
+                     _mm_and_si128(_mm_cmpgt_epi8(b0, _mm_set1_epi8(-16)),
+                                   _mm_cmplt_epi8(b0, _mm_set1_epi8(-12))));
+    count = _mm_add_epi8(count, two);
+  }
+  *lanes = _mm_sub_epi8(*lanes, count);
+  return true;
+}
+
+// CountPlainBlock for 32 bytes.
+VOSYS_TARGET_AVX2 inline bool CountPlainBlock32(const uint8_t* p, __m256i b0, __m256i* lanes) {
+  const __m256i announced =
+      _mm256_or_si256(_mm256_or_si256(_mm256_subs_epu8(Load32(p - 1), _mm256_set1_epi8(-65)),
+                                      _mm256_subs_epu8(Load32(p - 2), _mm256_set1_epi8(-33))),
+                      _mm256_or_si256(_mm256_subs_epu8(Load32(p - 3), _mm256_set1_epi8(-17)),
+                                      _mm256_subs_epu8(b0, _mm256_set1_epi8(-9))));
+  const __m256i matches = _mm256_xor_si256(_mm256_cmpgt_epi8(_mm256_set1_epi8(-64), b0),  // 80-BF
+                                           _mm256_cmpeq_epi8(announced, _mm256_setzero_si256()));
+  if (_mm256_movemask_epi8(matches) != -1) return false;
+  __m256i count = _mm256_cmpgt_epi8(b0, _mm256_set1_epi8(-65));
+  if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_max_epu8(b0, _mm256_set1_epi8(-16)), b0)) !=
+      0) {
+    const __m256i from90 = _mm256_cmpgt_epi8(Load32(p + 1), _mm256_set1_epi8(-113));
+    const __m256i two = _mm256_or_si256(
+        _mm256_or_si256(_mm256_and_si256(_mm256_cmpeq_epi8(b0, _mm256_set1_epi8(-16)), from90),
+                        _mm256_andnot_si256(from90, _mm256_cmpeq_epi8(b0, _mm256_set1_epi8(-12)))),
+        _mm256_and_si256(_mm256_cmpgt_epi8(b0, _mm256_set1_epi8(-16)),
+                         _mm256_cmpgt_epi8(_mm256_set1_epi8(-12), b0)));
+    count = _mm256_add_epi8(count, two);
+  }
+  *lanes = _mm256_sub_epi8(*lanes, count);
+  return true;
+}
+
+// From p, the end of the plain text counted from first, goes back to the
+// start of the sequence that reaches p or past it, if there is one (it lies
+// within 3 bytes), taking off *count what the blocks counted for it.
+const uint8_t* BackToSequenceStart(const uint8_t* p, const uint8_t* first, size_t* count) {
+  for (int back = 1; back <= 3 && p - back >= first; ++back) {
+    if (static_cast<int8_t>(p[-back]) < -64) continue;  // a continuation byte
+    if (TrailBytes(p[-back]) >= back) {
+      p -= back;
+      *count -= PlainUnits(p);
+    }
+    break;
+  }
+  return p;
+}
+
+// Counts plain text from p by blocks, to the first block that isn't plain or
+// doesn't fit before end; adds the units of the sequences that start before
+// the returned position, a sequence start. p must start a sequence, at least
+// 3 bytes into the text, with no byte before it announcing one at or past it.
+const uint8_t* CountPlainBlocks(const uint8_t* p, const uint8_t* end, size_t* units) {
+  const uint8_t* const first = p;
+  size_t count = 0;
+  bool plain = true;
+  while (plain && end - p >= 16) {
+    __m128i lanes = _mm_setzero_si128();  // up to 2 a block
+    for (int blocks = 0; blocks < 127 && end - p >= 16; ++blocks) {
+      const __m128i b0 = Load16(p);
+      if (_mm_movemask_epi8(b0) == 0 && !Announces(p)) {
+        // ASCII, and what follows it while it is ASCII too
+        const uint8_t* q = p + 16;
+        while (end - q >= 64 &&
+               _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(Load16(q), Load16(q + 16)),
+                                              _mm_or_si128(Load16(q + 32), Load16(q + 48)))) == 0) {
+          q += 64;
+        }
+        count += static_cast<size_t>(q - p);
+        p = q;
+      } else if (CountPlainBlock(p, b0, &lanes)) {
+        p += 16;
+      } else {
+        plain = false;
+        break;
+      }
+    }
+    const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+    count += static_cast<size_t>(_mm_cvtsi128_si32(sums)) +
+             static_cast<size_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(sums, sums)));
+  }
+  p = BackToSequenceStart(p, first, &count);
+  *units += count;
+  return p;
+}
+
+// CountPlainBlocks by 32 bytes.
+VOSYS_TARGET_AVX2 const uint8_t* CountPlainBlocksAvx2(const uint8_t* p, const uint8_t* end,
+                                                      size_t* units) {
+  const uint8_t* const first = p;
+  size_t count = 0;
+  bool plain = true;
+  while (plain && end - p >= 32) {
+    __m256i lanes = _mm256_setzero_si256();  // up to 2 a block
+    for (int blocks = 0; blocks < 127 && end - p >= 32; ++blocks) {
+      const __m256i b0 = Load32(p);
+      if (_mm256_movemask_epi8(b0) == 0 && !Announces(p)) {
+        const uint8_t* q = p + 32;
+        while (end - q >= 64 &&
+               _mm256_movemask_epi8(_mm256_or_si256(Load32(q), Load32(q + 32))) == 0) {
+          q += 64;
+        }
+        count += static_cast<size_t>(q - p);
+        p = q;
+      } else if (CountPlainBlock32(p, b0, &lanes)) {
+        p += 32;
+      } else {
+        plain = false;
+        break;
+      }
+    }
+    const __m256i sums = _mm256_sad_epu8(lanes, _mm256_setzero_si256());
+    alignas(32) uint64_t parts[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(parts), sums);
+    count += static_cast<size_t>(parts[0] + parts[1] + parts[2] + parts[3]);
+  }
+  _mm256_zeroupper();
+  p = BackToSequenceStart(p, first, &count);
+  *units += count;
+  return p;
+}
+
+// Units that the decoder gives for the n bytes at s, s[n] being the
+// terminator: a sequence cut short by it gives none. Plain text goes by
+// blocks; the rest sequence by sequence, as the decoder reads it, until a
+// sequence start that the blocks can take again.
+size_t Utf16Units(const uint8_t* s, size_t n) {
+  const uint8_t* p = s;
+  const uint8_t* const end = s + n;
+  size_t units = 0;
+  for (const uint8_t* resume = s + 3;; resume = p + 16) {
+    while (p < resume || Announces(p)) {
+      if (p == end) return units;
+      const int trail = TrailBytes(*p);
+      if (trail >= end - p) return units;
+      units += static_cast<size_t>(UnitsFor(Accumulate(p, trail)));
+      p += trail + 1;
+    }
+    p = UseAvx2() ? CountPlainBlocksAvx2(p, end, &units) : CountPlainBlocks(p, end, &units);
   }
 }
 
-// Exact UTF-8 size of n units and the terminator, for texts too long for the
-// simple bound.
-size_t Utf8Size(const uint16_t* s, size_t n) {
-  size_t bytes = 1;
-  const uint16_t* end = s + n + 1;
-  for (const uint16_t* p = s; p < s + n;) {
-    int used;
-    bytes += Utf8Length(ReadCharacter(p, end, &used));
-    p += used;
+// ------------------------------------------------ conversion
+
+// The sizes being exact, the targets can't run out, so each converter runs
+// the zone code of its stream converter over the whole text at once, as the
+// stream converter would with a target of the largest size. Stray block
+// stores land where later characters overwrite them, inside the result.
+
+// Encodes the n units at s and the terminator; returns the end of the bytes.
+uint8_t* EncodeWhole(const uint16_t* s, size_t n, uint8_t* d) {
+  // A character that starts before s + n reads the terminator at most.
+  if (UseSsse3()) {
+    EncodeZoneSsse3(s, d, s + n);
+  } else {
+    EncodeZoneSse2(s, d, s + n);
   }
-  return bytes;
+  *d++ = 0;
+  return d;
 }
 
-// Gives back most of a generous buffer once the size is known. A failure
-// keeps the larger block, which serves as well.
-unsigned char* TrimBuffer(unsigned char* buffer, size_t capacity, size_t used) {
-  if (capacity - used > capacity / 4 + 64) MmRealloc(&buffer, used);
-  return buffer;
+// Decodes the n bytes at s, up to a sequence cut short by the end; returns
+// the end of the units, without a terminator.
+uint16_t* DecodeWhole(const uint8_t* s, size_t n, uint16_t* d, const uint16_t* dstEnd) {
+  // A sequence that starts before s + n - 5 lies in the text whatever its lead.
+  const uint8_t* const end = s + n;
+  const uint8_t* const zoneEnd = n > 5 ? end - 5 : s;
+  if (UseSsse3()) {
+    DecodeZoneSsse3(s, d, zoneEnd);
+  } else {
+    DecodeZoneSse2(s, d, zoneEnd);
+  }
+  DecodeChecked(s, end, d, dstEnd);
+  return d;
 }
 
 int TooLong(size_t bytes) {
@@ -1004,45 +1348,36 @@ int ConvertUTF8toUTF16(const unsigned char** src, const unsigned char* srcEnd, u
 }
 
 // Failure here is routine for callers (they fall back), so nothing is
-// recorded. The buffer is sized once, at 3 bytes a unit, which always holds
-// the result, and trimmed afterwards.
+// recorded: the allocation is the one that leaves no record, rather than a
+// bracket of disabled recording, which would silence the other threads'
+// failures too while it lasted.
 int MucConvertUnicodeToUTF8(const unsigned short* s, char** out) {
   if (s == nullptr || out == nullptr) return SETERR(VOERROR_InvalidArgument);
   *out = nullptr;
-  ERRPOSN_DISABLER quiet;
-  const size_t n = Utf16Length(s);
-  size_t capacity = n * 3 + 1;
-  if (capacity > static_cast<size_t>(kMaxResult)) {
-    capacity = Utf8Size(s, n);
-    if (capacity > static_cast<size_t>(kMaxResult)) return TooLong(capacity);
-  }
+  const Utf16Measure text = MeasureUtf16(s);  // at most 3 bytes a unit: no overflow
+  if (text.bytes > static_cast<size_t>(kMaxResult)) return VOERROR_OutOfMemory;
   unsigned char* buffer = nullptr;
-  const int rc = MmAlloc(&buffer, capacity);
-  if (rc < 0) return rc;
-  const uint16_t* from = s;
-  unsigned char* to = buffer;
-  ConvertUTF16toUTF8(&from, s + n + 1, &to, buffer + capacity);  // terminator included
-  const size_t written = static_cast<size_t>(to - buffer);
-  *out = reinterpret_cast<char*>(TrimBuffer(buffer, capacity, written));
-  return static_cast<int>(written);
+  if (!MmAllocExc(&buffer, text.bytes)) return VOERROR_OutOfMemory;
+  const uint8_t* const end = EncodeWhole(s, text.units, buffer);
+  *out = reinterpret_cast<char*>(buffer);
+  return static_cast<int>(end - buffer);
 }
 
-// No sequence gives more units than it has bytes, so n + 1 units always hold
-// the result. A sequence cut short by the terminator is dropped.
+// A sequence cut short by the terminator is dropped.
 int MucConvertUTF8ToUnicode(const char* s, unsigned short** out) {
   if (s == nullptr || out == nullptr) return SETERR(VOERROR_InvalidArgument);
   *out = nullptr;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(s);
   const size_t n = strlen(s);
-  if (n >= static_cast<size_t>(kMaxResult)) return TooLong((n + 1) * sizeof(uint16_t));
+  const size_t units = Utf16Units(bytes, n);  // at most n
+  if (units >= static_cast<size_t>(kMaxResult)) return TooLong((units + 1) * sizeof(uint16_t));
   unsigned short* buffer = nullptr;
-  const int rc = MmAlloc(&buffer, (n + 1) * sizeof(uint16_t));
+  const int rc = MmAlloc(&buffer, (units + 1) * sizeof(uint16_t));
   if (rc < 0) return PASSERR(rc);
-  const auto* from = reinterpret_cast<const unsigned char*>(s);
-  unsigned short* to = buffer;
-  ConvertUTF8toUTF16(&from, from + n, &to, buffer + n);
-  *to = 0;
+  uint16_t* const end = DecodeWhole(bytes, n, buffer, buffer + units);
+  *end = 0;
   *out = buffer;
-  return static_cast<int>(to - buffer);
+  return static_cast<int>(end - buffer);
 }
 
 }  // extern "C"

@@ -1,7 +1,11 @@
 // The UTF-16 <-> UTF-8 converters: against ICU on valid text, against a
 // character-by-character model on arbitrary input, resumption in every chunk
-// size, and the no-validation quirks on malformed input.
+// size, and the no-validation quirks on malformed input. The whole-string
+// converters must give what the stream converters give, reading their input
+// from heap blocks that end at the terminator, where the address sanitizer
+// reports any read past it.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,9 +16,7 @@
 
 #include "vosystem/ucstring.h"
 
-#ifdef VOSYS_HAVE_ICU
 #include <unicode/ustring.h>
-#endif
 
 namespace {
 
@@ -57,6 +59,40 @@ Result16 ToUtf16(const Bytes& src, size_t room) {
   const int rc = ConvertUTF8toUTF16(&s, src.data() + src.size(), &d, buf.data() + room);
   for (unsigned short* p = d; p < buf.data() + buf.size(); ++p) EXPECT_EQ(*p, 0xAAAA);
   return {rc, static_cast<size_t>(s - src.data()), Units(buf.data(), d)};
+}
+
+// A whole-string converter on text without zeros, in a heap block that ends
+// at its terminator. Checks the count returned, the terminator and the size
+// of the result's block (exact with the address sanitizer, whose malloc keeps
+// sizes, and give or take rounding, to pages when large, without it).
+template <class To, class From, class Result>
+std::vector<To> Whole(const std::vector<From>& text, int (*convert)(const From*, Result**)) {
+  From* block = static_cast<From*>(malloc((text.size() + 1) * sizeof(From)));
+  std::copy(text.begin(), text.end(), block);
+  block[text.size()] = 0;
+  Result* out = nullptr;
+  const int n = convert(block, &out) - (sizeof(Result) == 1);  // bytes count the terminator
+  free(block);
+  EXPECT_GE(n, 0);
+  if (n < 0) return {};
+  EXPECT_EQ(out[n], 0);
+  const size_t bytes = (n + 1) * sizeof(Result);
+#if defined(__SANITIZE_ADDRESS__)
+  EXPECT_EQ(malloc_usable_size(out), bytes);
+#else
+  EXPECT_LT(malloc_usable_size(out), bytes + 64 + bytes / 32);
+#endif
+  std::vector<To> result(out, out + n);
+  free(out);
+  return result;
+}
+
+Bytes HeapToUtf8(const Units& text) {
+  return Whole<unsigned char>(text, MucConvertUnicodeToUTF8);
+}
+Units HeapToUtf16(const Bytes& text) {
+  return Whole<unsigned short>(std::vector<char>(text.begin(), text.end()),
+                               MucConvertUTF8ToUnicode);
 }
 
 // Character-by-character model of the decoder, the slow and obvious way.
@@ -134,7 +170,6 @@ void AppendUtf16(Units& out, char32_t c) {
   }
 }
 
-#ifdef VOSYS_HAVE_ICU
 Bytes IcuToUtf8(const Units& src) {
   std::string out(src.size() * 3 + 1, '\0');
   UErrorCode err = U_ZERO_ERROR;
@@ -154,10 +189,9 @@ Units IcuToUtf16(const Bytes& src) {
   EXPECT_TRUE(U_SUCCESS(err));
   return Units(out.begin(), out.begin() + len);
 }
-#endif
 
 // Valid text of all planes, whole and through the heap converters, against
-// ICU (or the built texts without it).
+// ICU.
 void CheckValidText() {
   std::mt19937 rng(7);
   for (int round = 0; round < 300; ++round) {
@@ -165,30 +199,16 @@ void CheckValidText() {
     Bytes utf8;
     Units utf16;
     for (char32_t c : text) AppendUtf8(utf8, c), AppendUtf16(utf16, c);
-#ifdef VOSYS_HAVE_ICU
     ASSERT_EQ(IcuToUtf8(utf16), utf8);
     ASSERT_EQ(IcuToUtf16(utf8), utf16);
-#endif
     const Result8 r8 = ToUtf8(utf16, utf16.size() * 3);
     ASSERT_EQ(r8.rc, 0);
     ASSERT_EQ(r8.out, utf8);
     const Result16 r16 = ToUtf16(utf8, utf8.size());
     ASSERT_EQ(r16.rc, 0);
     ASSERT_EQ(r16.out, utf16);
-
-    Units terminated = utf16;
-    terminated.push_back(0);
-    char* heap8 = nullptr;
-    ASSERT_EQ(MucConvertUnicodeToUTF8(terminated.data(), &heap8),
-              static_cast<int>(utf8.size() + 1));
-    Bytes expected8 = utf8;
-    expected8.push_back(0);
-    ASSERT_EQ(Bytes(heap8, heap8 + expected8.size()), expected8);
-    unsigned short* heap16 = nullptr;
-    ASSERT_EQ(MucConvertUTF8ToUnicode(heap8, &heap16), static_cast<int>(utf16.size()));
-    ASSERT_EQ(Units(heap16, heap16 + utf16.size() + 1), terminated);
-    free(heap8);
-    free(heap16);
+    ASSERT_EQ(HeapToUtf8(utf16), utf8);
+    ASSERT_EQ(HeapToUtf16(utf8), utf16);
   }
 }
 
@@ -319,20 +339,45 @@ TEST(UtfConvTest, Utf8QuirksOnMalformedInput) {
   EXPECT_EQ(ToUtf16(B({0x41}), 0).rc, 2);
 }
 
+// Every length up to 300 (the block code's edges), then longer ones; no zero
+// bytes, so that the whole-string converter sees the same text.
 TEST(UtfConvTest, ArbitraryBytesMatchTheModelInEveryChunking) {
   std::mt19937 rng(3);
-  for (int round = 0; round < 400; ++round) {
-    Bytes in(rng() % 600);
-    const int mode = round % 3;  // uniform bytes, UTF-8-like bytes, mostly valid
-    for (auto& b : in) {
+  for (int round = 0; round < 800; ++round) {
+    const size_t length = round < 300 ? round : rng() % 5000;
+    Bytes in;
+    // Uniform bytes; UTF-8-like bytes; pieces of every kind (ASCII runs,
+    // sequences, cut ones, stray bytes); well-formed sequences of any value
+    // (overlong, surrogates, past U+10FFFF); valid text with bytes changed.
+    static const unsigned kLeads[4][2] = {{1, 0x80}, {0xC0, 0xE0}, {0xE0, 0xF0}, {0xF0, 0xF8}};
+    const int mode = round % 5;
+    while (in.size() < length) {
       const unsigned r = rng();
-      b = mode == 0 ? r : mode == 1 ? (0x80 | r) : (r % 9 ? 0x61 + r % 26 : 0xC0 | r);
+      if (mode < 2) {
+        in.push_back(mode == 0 ? 1 + r % 255 : 0x80 | r);
+      } else if (mode == 2 && r % 4 == 0) {
+        in.insert(in.end(), r % 100, 'a');
+      } else if (mode == 2 && r % 4 == 1) {
+        in.push_back(r % 2 ? 0x80 + r % 0x40 : 0xF8 + r % 8);
+      } else if (mode < 4) {
+        const int trail = rng() % 4;
+        const int cut = mode == 2 ? rng() % (trail + 1) : 0;
+        for (size_t run = 1 + rng() % 20; run > 0; --run) {
+          in.push_back(kLeads[trail][0] + rng() % (kLeads[trail][1] - kLeads[trail][0]));
+          for (int k = cut; k < trail; ++k) in.push_back(0x80 + rng() % 0x40);
+        }
+      } else {
+        for (char32_t c : RandomCodePoints(rng, length)) AppendUtf8(in, c ? c : 1);
+        for (size_t k = rng() % 4; k > 0; --k) in[rng() % length] = 1 + rng() % 255;
+      }
     }
+    in.resize(length);
     int rc;
     const Units expected = ModelDecode(in, &rc);
     const Result16 whole = ToUtf16(in, in.size() + 1);
     ASSERT_EQ(whole.rc, rc);
     ASSERT_EQ(whole.out, expected);
+    ASSERT_EQ(HeapToUtf16(in), expected);  // drops a sequence cut short at the end
     // Target sizes: the output continues exactly where it stopped.
     const size_t room = 1 + rng() % 64;
     Units joined;
@@ -346,29 +391,57 @@ TEST(UtfConvTest, ArbitraryBytesMatchTheModelInEveryChunking) {
   }
 }
 
+// Any units but 0, in runs of one kind (each range between two bounds, or
+// pairs): the whole-string converter gives what the stream converter gives.
+TEST(UtfConvTest, ArbitraryUnitsThroughTheHeapConverter) {
+  static const unsigned kBounds[] = {1, 0x80, 0x800, 0xD800, 0xDC00, 0xE000, 0x10000};
+  std::mt19937 rng(5);
+  for (int round = 0; round < 700; ++round) {
+    const size_t length = round < 300 ? round : rng() % 5000;
+    Units in;
+    while (in.size() < length) {
+      const int kind = rng() % 8;
+      for (size_t run = 1 + rng() % 40; run > 0; --run) {
+        if (kind >= 6) {
+          AppendUtf16(in, 0x10000 + rng() % 0x100000);
+        } else {
+          in.push_back(kBounds[kind] + rng() % (kBounds[kind + 1] - kBounds[kind]));
+        }
+      }
+    }
+    in.resize(length);  // may leave half a pair at the end
+    const Result8 stream = ToUtf8(in, 3 * in.size());
+    ASSERT_EQ(stream.rc, 0);
+    ASSERT_EQ(HeapToUtf8(in), stream.out) << length;
+  }
+}
+
 TEST(UtfConvTest, HeapConverters) {
-  const unsigned short empty[] = {0};
-  char* out8 = nullptr;
-  EXPECT_EQ(MucConvertUnicodeToUTF8(empty, &out8), 1);
-  EXPECT_EQ(out8[0], '\0');
-  free(out8);
-  unsigned short* out16 = nullptr;
-  EXPECT_EQ(MucConvertUTF8ToUnicode("", &out16), 0);
-  EXPECT_EQ(out16[0], 0);
-  free(out16);
-  // A sequence cut short by the terminator is dropped, without an error.
-  EXPECT_EQ(MucConvertUTF8ToUnicode("ab\xE4\xB8", &out16), 2);
-  EXPECT_EQ(Units(out16, out16 + 3), U({'a', 'b', 0}));
-  free(out16);
-  // A high surrogate before the terminator goes out as three bytes.
-  const unsigned short lone[] = {0x41, 0xD83D, 0};
-  EXPECT_EQ(MucConvertUnicodeToUTF8(lone, &out8), 5);
-  EXPECT_EQ(Bytes(out8, out8 + 5), B({0x41, 0xED, 0xA0, 0xBD, 0}));
-  free(out8);
-  // Long multi-byte text, beyond any first estimate.
-  Units cjk(100000, 0x4E2D);
-  cjk.push_back(0);
-  EXPECT_EQ(MucConvertUnicodeToUTF8(cjk.data(), &out8), 300001);
-  EXPECT_EQ(Bytes(out8 + 299997, out8 + 300001), B({0xE4, 0xB8, 0xAD, 0}));
-  free(out8);
+  // A sequence cut short by the terminator is dropped, after text of any
+  // length: each kind of lead byte, with each number of continuation bytes.
+  static const std::pair<int, int> kLeads[] = {
+      {0xC3, 1}, {0xE4, 2}, {0xF0, 3}, {0xF8, 4}, {0xFC, 5}};
+  for (size_t ascii = 0; ascii < 40; ++ascii) {
+    for (const auto& [lead, trail] : kLeads) {
+      for (int have = 0; have <= trail; ++have) {
+        Bytes text(ascii, 'a');
+        text.push_back(lead);
+        text.insert(text.end(), have, 0x80);
+        const Units out = HeapToUtf16(text);
+        ASSERT_EQ(out.size(), ascii + (have == trail)) << ascii << " " << lead << " " << have;
+        ASSERT_EQ(Units(out.begin(), out.begin() + ascii), Units(ascii, 'a'));
+      }
+    }
+  }
+  // Long text of one and two bytes, then CJK, then emoji.
+  Units text;
+  Bytes expected;
+  for (int i = 0; i < 390000; ++i) {
+    const char32_t c = i < 200000 ? (i % 2 ? 0x436 : 'a') : i < 350000 ? 0x4E2D : 0x1F600 + i % 64;
+    AppendUtf16(text, c);
+    AppendUtf8(expected, c);
+  }
+  const Bytes utf8 = HeapToUtf8(text);
+  ASSERT_EQ(utf8, expected);
+  EXPECT_EQ(HeapToUtf16(utf8), text);
 }
