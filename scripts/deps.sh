@@ -8,7 +8,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   libicu-dev libxml2-dev
   clang libclang-rt-14-dev
-  unicode-data
+  unicode-data locales perl icu-devtools
 )
 
 missing=()

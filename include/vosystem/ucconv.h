@@ -51,6 +51,29 @@ VOSYS_API char* MucNumToDesc(int num, int filter);
 // The default charsets: 15 for G0 and G1, 11 (JIS X 0208) for ideographs.
 VOSYS_API int MucGetDefaultCharsets(int* g0, int* g1, int* ideographic);
 
+// ---- the conversion tables of the charsets
+//
+// charset: the charset number (below 81) in the low 16 bits, and for
+// double-byte codes a form: 0x10000 Shift-JIS (converted by sjis2jis), 0x20000
+// EUC (both bytes with the high bit), 0x40000 high bits set before lookup,
+// 0x80000 high bits cleared. Tables load on first use: Latin-1 (15),
+// JIS-Roman (24) and half-width katakana (27) are built in, the others come
+// from "unicode2.ref" (-1104 when it can't be found or read). A charset
+// number of 81 or more is -1213.
+
+// The Unicode value of a code, 0 for none, or a negative code.
+VOSYS_API int MucCharsetToUnicode(int code, int charset);
+// The code of a Unicode value, 0 for none, or a negative code. Without a form,
+// a Latin-1 value the charset lacks is its own code.
+VOSYS_API int MucUnicodeToCharset(int unicode, int charset);
+// Converts a zero-terminated run of codes in place; codes without a character
+// become "?"; byte-order marks stay. 0 or a negative code.
+VOSYS_API int MucCharsetToUnicodeBuf(unsigned short* buffer, int charset);
+// One double-byte code between JIS and Shift-JIS form, in place; a zero high
+// byte leaves both bytes alone.
+VOSYS_API void jis2sjis(unsigned char* hi, unsigned char* lo);
+VOSYS_API void sjis2jis(unsigned char* hi, unsigned char* lo);
+
 // ---- one conversion's state
 // Makes the state of a conversion in the named encoding (an unknown name is
 // "ASCII"); free it with MucStopConversion. 0, -1213 (null conv) or -1015.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "test_util.h"
+#include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
 #include "vosystem/vostring.h"
@@ -72,6 +73,20 @@ TEST(Threads, FirstBooleanWordsAreFetchedOnce) {
     words[i] = U8(s);
   });
   for (const auto& w : words) EXPECT_EQ(w, words[0]);
+}
+
+TEST(Threads, FirstConversionTablesAreLoadedOnce) {
+  std::atomic<int> wrong{0};
+  RunTogether([&](int i) {
+    const int charset = i % 2 ? 19 : 11;  // ISO-8859-5, JIS X 0208
+    for (int code = 0x2121; code < 0x2180; ++code)
+      if (MucCharsetToUnicode(code & 0xFF, 19) != MucCharsetToUnicode(code & 0xFF, 19) ||
+          MucCharsetToUnicode(code, charset) < 0)
+        ++wrong;
+    if (MucCharsetToUnicode(0xB0, 19) != 0x410 || MucUnicodeToCharset(0x3042, 11) != 0x2422)
+      ++wrong;
+  });
+  EXPECT_EQ(wrong.load(), 0);
 }
 
 }  // namespace
