@@ -82,6 +82,38 @@ VOSYS_API int MucInitConversion(void** conv, const char* name, int flags);
 VOSYS_API void MucReset(void* conv);
 VOSYS_API void MucStopConversion(void* conv);
 
+// ---- decoding to UTF-16
+//
+// Every readable encoding of the registry decodes to a new zero-terminated
+// UTF-16 string in *result, which the caller frees. The result is its length
+// in units without the terminator, or a negative code. Unless bit 0 of the
+// conversion's flags is set the result starts with U+FEFF, which counts in
+// the length. Characters without a Unicode value are "?", and no failure.
+// A charset that can't be converted at all (an unknown designation in the
+// internal form, or a missing "unicode2.ref") fails with its code; for the
+// internal form *result then holds the text decoded so far, to be freed too.
+
+// text: NUL-terminated bytes, or a UTF-16 string for the type "Unicode".
+VOSYS_API int MucConvertToUnicode(void* conv, const void* text, unsigned short** result);
+// The internal ISO-2022 form, and its variant with backslashes doubled in
+// two-byte text; no byte-order mark.
+VOSYS_API int MucConvertISO2022ToUnicode(const char* text, unsigned short** result);
+VOSYS_API int MucConvertISO2022aToUnicode(const char* text, unsigned short** result);
+// The number of characters the internal form holds, without decoding it.
+VOSYS_API int MucStrLenISO2022(const char* text);
+// The Japanese encoding the text is in: 1 Shift-JIS, 2 JIS, 3 EUC, 4 ASCII, 5
+// Unicode; its name goes to nameOut (16 bytes are enough) unless null.
+VOSYS_API int MucGuessJapaneseEncoding(const unsigned char* text, char* nameOut);
+// Makes conv decode as the guess for text says.
+VOSYS_API void GuessJapaneseEncoding(void* conv, const unsigned char* text);
+// One-shot decoding in the encoding of a registry row, without a byte-order
+// mark. Row -1: text is UTF-16, copied. Row 0: the internal form if text holds
+// an ESC, else its bytes widened. -1001 if a copy can't be made.
+VOSYS_API int MucQuickConvToUnicode(int encodingRow, const void* text, unsigned short** result);
+// One control byte of the internal form (ESC, SO, SI, CAN, SS2, SS3): 1 if it
+// was one, else 0.
+VOSYS_API int DoISO2022_Control(void* conv, unsigned char byte);
+
 }  // extern "C"
 
 #endif

@@ -1,0 +1,236 @@
+// MucConvertToUnicode: bytes in any readable encoding of the registry to
+// UTF-16, by the converter type of the conversion's state.
+//
+// The result is sized once for the worst case: one unit a byte (a unit for
+// UTF-16 input), two for an escape that turns out to be text, and a
+// byte-order mark; no decoder grows it. A sequence cut short by the end of
+// the text gives "?" and ends it: nothing past the terminator is read.
+static const char s_ident[] = "@(#) decode.cpp 1.0";
+
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "encoding/convdata.h"
+#include "encoding/decode.h"
+#include "foundation/errpos.h"
+#include "text/ucstring_priv.h"
+#include "vosystem/memfunc.h"
+#include "vosystem/ucconv.h"
+#include "vosystem/ucdecomp.h"
+#include "vosystem/ucstring.h"
+
+namespace {
+
+const unsigned short kBom = 0xFEFF;
+const unsigned short kSwappedBom = 0xFFFE;
+
+// One character's code in a charset as UTF-16, "?" for none; false with *rc
+// set for a charset that can't be converted.
+bool PutCode(unsigned short*& out, int code, int charset, int* rc) {
+  const int unicode = MucCharsetToUnicode(code, charset);
+  if (unicode < 0) {
+    *rc = PASSERR(unicode);
+    return false;
+  }
+  *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
+  return true;
+}
+
+// Shift-JIS: the codes are gathered first, then converted in place.
+int DecodeShiftJis(const unsigned char* p, unsigned short* out, unsigned short** end) {
+  unsigned short* const start = out;
+  while (*p) {
+    const unsigned b = *p++;
+    const bool lead = (b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xEF);
+    *out++ = static_cast<unsigned short>(lead && *p ? b << 8 | *p++ : b);
+  }
+  *out = 0;
+  *end = out;
+  return MucCharsetToUnicodeBuf(start, 0x1000B);
+}
+
+int DecodeEuc(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  int rc = 0;
+  while (*p) {
+    const unsigned b = *p++;
+    bool ok;
+    if (b >= 0xA1 && b <= 0xFE) {
+      if (!*p) return *out++ = '?', 0;
+      ok = PutCode(out, (b & 0x7F) << 8 | (*p++ & 0x7F), conv->gSet[1], &rc);
+    } else if (b == 0x8F && *p >= 0xA1 && *p <= 0xFE) {
+      if (!p[1]) return *out++ = '?', 0;
+      ok = PutCode(out, (p[0] & 0x7F) << 8 | (p[1] & 0x7F), conv->gSet[3], &rc);
+      p += 2;
+    } else if (b == 0x8E) {
+      if (!*p) return *out++ = '?', 0;
+      ok = PutCode(out, *p++, conv->gSet[2], &rc);
+    } else {
+      ok = PutCode(out, static_cast<int>(b), conv->gSet[0], &rc);
+    }
+    if (!ok) return rc;
+  }
+  return 0;
+}
+
+int DecodeLeadByte(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  int rc = 0;
+  while (*p) {
+    const unsigned b = *p++;
+    bool ok;
+    if (b >= 0x81 && b <= 0xFE) {
+      if (!*p) return *out++ = '?', 0;
+      ok = PutCode(out, static_cast<int>(b << 8 | *p++), conv->gSet[1], &rc);
+    } else {
+      ok = PutCode(out, static_cast<int>(b), conv->gSet[0], &rc);
+    }
+    if (!ok) return rc;
+  }
+  return 0;
+}
+
+int DecodeSingleByte(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  unsigned short* const start = out;
+  while (*p) *out++ = *p++;
+  *out = 0;
+  return conv->charset == 15 ? 0 : MucCharsetToUnicodeBuf(start, conv->charset);
+}
+
+// UTF-16 in the byte order a mark last announced; the marks themselves go.
+// The text may lie at any address, so units are read with memcpy.
+int DecodeUtf16(CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  unsigned short* const start = out;
+  for (;; p += 2) {
+    uint16_t unit;
+    memcpy(&unit, p, sizeof unit);
+    if (unit == 0) break;
+    if (unit == kBom || unit == kSwappedBom) {
+      conv->swapBytes = unit == kSwappedBom;
+      continue;
+    }
+    *out++ = conv->swapBytes ? static_cast<unsigned short>(unit >> 8 | unit << 8) : unit;
+  }
+  *out = 0;
+  return conv->charset == 0 ? 0 : MucCharsetToUnicodeBuf(start, conv->charset);
+}
+
+size_t Utf16Units(const unsigned char* p) {
+  size_t n = 0;
+  for (uint16_t unit;; p += 2, ++n) {
+    memcpy(&unit, p, sizeof unit);
+    if (unit == 0) return n;
+  }
+}
+
+// UTF-8, composed for the decomposed form.
+int DecodeUtf8(const char* text, bool recompose, unsigned short** result) {
+  unsigned short* units = nullptr;
+  int rc = MucConvertUTF8ToUnicode(text, &units);
+  if (rc < 0 || !recompose) {
+    *result = units;
+    return rc < 0 ? PASSERR(rc) : rc;
+  }
+  unsigned short* composed = MucRecompose(units);
+  free(units);
+  if (!composed) return SETERR(VOERROR_OutOfMemory);
+  *result = composed;
+  return static_cast<int>(UcLength(composed));
+}
+
+}  // namespace
+
+extern "C" {
+
+// A state-machine failure (a charset that can't be converted) leaves the
+// text decoded so far in *result, for the caller to free, as other failures
+// don't.
+int MucConvertToUnicode(void* conv, const void* text, unsigned short** result) {
+  if (!conv || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  CONVDATA* c = static_cast<CONVDATA*>(conv);
+  static const unsigned char kEmpty[2] = {0, 0};
+  const auto* bytes = text ? static_cast<const unsigned char*>(text) : kEmpty;
+  if (c->type == CONVTYPE_Japanese) ApplyJapaneseGuess(c, bytes);
+  switch (c->type) {
+    case CONVTYPE_Utf8Decomposed:
+    case CONVTYPE_Utf8:
+      return DecodeUtf8(reinterpret_cast<const char*>(bytes), c->type == CONVTYPE_Utf8Decomposed,
+                        result);
+    case CONVTYPE_SystemMultiByte:
+      return SETERR(VOERROR_InvalidArgument);
+    default:
+      break;
+  }
+  const size_t n =
+      c->type == CONVTYPE_Utf16 ? Utf16Units(bytes) : strlen(reinterpret_cast<const char*>(bytes));
+  if (n > (static_cast<size_t>(INT_MAX) - 4) / 2 - 1) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(n) * 2 + 4;
+    return rc;
+  }
+  unsigned short* buffer = nullptr;
+  int rc = MmAlloc(&buffer, n * 2 + 4);
+  if (rc < 0) return PASSERR(rc);
+  unsigned short* out = buffer;
+  if (!(c->flags & 1)) *out++ = kBom;
+  switch (c->type) {
+    case CONVTYPE_ShiftJis:
+      rc = DecodeShiftJis(bytes, out, &out);
+      break;
+    case CONVTYPE_Euc:
+      rc = DecodeEuc(c, bytes, out);
+      break;
+    case CONVTYPE_LeadByte:
+      rc = DecodeLeadByte(c, bytes, out);
+      break;
+    case CONVTYPE_SingleByte:
+      rc = DecodeSingleByte(c, bytes, out);
+      break;
+    case CONVTYPE_Utf16:
+      rc = DecodeUtf16(c, bytes, out);
+      break;
+    case CONVTYPE_Jis:
+    case CONVTYPE_Iso2022:
+    case CONVTYPE_Resfile: {
+      int written = 0;
+      rc = DecodeIso2022(c, bytes, out, &written);
+      out += written;
+      *out = 0;
+      *result = buffer;
+      return rc < 0 ? rc : static_cast<int>(out - buffer);
+    }
+    default:
+      free(buffer);
+      return SETERR(VOERROR_Failed);
+  }
+  *out = 0;
+  if (rc < 0) {
+    free(buffer);
+    return PASSERR(rc);
+  }
+  *result = buffer;
+  return static_cast<int>(out - buffer);
+}
+
+int MucQuickConvToUnicode(int encodingRow, const void* text, unsigned short** result) {
+  if (!result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  if (encodingRow == -1) {
+    *result = ucstrdup(static_cast<const unsigned short*>(text));
+    return *result ? ucstrlen(*result) : VOERROR_PathUnusable;
+  }
+  if (encodingRow == 0) {
+    const char* bytes = static_cast<const char*>(text);
+    if (bytes && strchr(bytes, 0x1B)) return MucConvertISO2022ToUnicode(bytes, result);
+    *result = strtoucdup(bytes);
+    return *result ? ucstrlen(*result) : VOERROR_PathUnusable;
+  }
+  CONVDATA conv{};
+  conv.encodingRow = encodingRow;
+  conv.defaultFlags = 1;
+  ResetConversion(&conv);
+  return MucConvertToUnicode(&conv, text, result);
+}
+
+}  // extern "C"
