@@ -114,6 +114,55 @@ VOSYS_API int MucQuickConvToUnicode(int encodingRow, const void* text, unsigned 
 // was one, else 0.
 VOSYS_API int DoISO2022_Control(void* conv, unsigned char byte);
 
+// ---- encoding from UTF-16, and into and out of the internal form
+//
+// Results are new NUL-terminated strings in *result, which the caller
+// frees; the result is their length in bytes (in units for the type
+// "Unicode"), or a negative code. Characters an encoding can't hold are "?";
+// a direct encoder writes a Latin-1 character that its charset lacks as its
+// own byte. A conversion table that can't be loaded fails the conversion.
+
+// UTF-16 text to the encoding of conv.
+VOSYS_API int MucConvertFromUnicode(void* conv, const unsigned short* text, char** result);
+// Text in the encoding of conv to the internal form, and back.
+VOSYS_API int MucConvertToISO2022(void* conv, const void* text, char** result);
+VOSYS_API int MucConvertFromISO2022(void* conv, const char* text, char** result);
+// UTF-16 to the internal form; the "a" form doubles backslashes inside
+// two-byte codes.
+VOSYS_API int MucConvertUnicodeToISO2022(const unsigned short* text, char** result);
+VOSYS_API int MucConvertUnicodeToISO2022a(const unsigned short* text, char** result);
+
+// The callbacks of MucConvertUnicodeGen: bytes of the charset in force, and a
+// change of charset, whose positive result is the charset really in force
+// from then on (0 keeps the new one). A negative result stops the run.
+typedef int (*MUCADDCHARS)(const char* bytes, int count, void* userData);
+typedef int (*MUCNEWCHARSET)(int newCharset, int oldCharset, void* userData);
+// Splits UTF-16 text into runs of charsets, choosing for each character a
+// charset that holds it. Bit 0 of options writes a 0x5C of a two-byte code
+// twice. 0 or a negative code.
+VOSYS_API int MucConvertUnicodeGen(const unsigned short* text, MUCNEWCHARSET newCharset,
+                                   MUCADDCHARS addChars, void* userData, int options);
+
+// The direct encoders; length 0 means up to the terminator.
+VOSYS_API int MucConvertUnicodeToSJIS(void* conv, const unsigned short* text, char** result,
+                                      int length);
+VOSYS_API int MucConvertUnicodeToEUC(void* conv, const unsigned short* text, char** result,
+                                     int length);
+VOSYS_API int MucConvertUnicodeToBig5(void* conv, const unsigned short* text, char** result,
+                                      int length);
+VOSYS_API int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** result,
+                                      int length);
+// One-shot conversion to the internal form from a registry row: -1 UTF-16,
+// 0 a copy of the bytes (-1001 if none can be made).
+VOSYS_API int MucQuickConvToISO2022(int encodingRow, const void* text, char** result);
+
+// Appends count bytes (-1: up to their NUL) to a heap buffer that grows as
+// needed; the new length, or a negative code.
+VOSYS_API int InsertChars(char** buffer, int* length, int* capacity, const void* bytes, int count);
+// Appends the escape of a charset (Latin-1's if it has none); the charset,
+// or a negative code.
+VOSYS_API int InsertCharsetEscape(char** buffer, int* length, int* capacity, int charset);
+
 }  // extern "C"
 
 #endif

@@ -1,12 +1,12 @@
 // VOSTRING members that cross into and out of encoded text.
 //
-// The text core converts the encodings it owns itself: bytes as code points
-// below 256, UTF-16, UTF-8, and UTF-8 held decomposed (the UTF-8 converters
-// with decomposition or composition in between). Every other encoding goes
-// through the encoding registry, which this layer stands in for until it is
-// linked in: such conversions can't be set up yet, so Assign leaves the string
-// as it was and GetEncoded gives null, exactly as for an encoding without a
-// converter.
+// The encodings the text core owns are converted here directly: bytes as
+// code points below 256, UTF-16, UTF-8, and UTF-8 held decomposed (the UTF-8
+// converters with decomposition or composition in between), which is what
+// the registry's converters for them do too. Every other encoding goes
+// through the registry, with error recording off: a text that can't be
+// converted leaves the string as it was (Assign) or gives null (GetEncoded),
+// and no record.
 
 #include <cstdlib>
 
@@ -60,7 +60,42 @@ char* EncodeUtf8(const unsigned short* text, bool decompose) {
   return out;
 }
 
+// A conversion in the encoding, without a byte-order mark; null if it can't
+// be set up.
+void* OpenConversion(CHAR_ENCODING e) {
+  void* conv = nullptr;
+  return MucInitConversion(&conv, MucGetName(e), 1) < 0 ? nullptr : conv;
+}
+
+char* EncodeThroughRegistry(const unsigned short* text, CHAR_ENCODING e) {
+  ERRPOSN_DISABLER quiet;
+  void* conv = OpenConversion(e);
+  if (!conv) return nullptr;
+  char* out = nullptr;
+  if (MucConvertFromUnicode(conv, text, &out) < 0) {
+    free(out);
+    out = nullptr;
+  }
+  MucStopConversion(conv);
+  return out;
+}
+
 }  // namespace
+
+int VOSTRING::AssignThroughRegistry(const void* src, CHAR_ENCODING e) {
+  ERRPOSN_DISABLER quiet;
+  void* conv = OpenConversion(e);
+  if (!conv) return VOERROR_Failed;
+  unsigned short* units = nullptr;
+  int rc = MucConvertToUnicode(conv, src, &units);
+  MucStopConversion(conv);
+  if (rc >= 0) {
+    *this = units;
+    rc = 0;
+  }
+  free(units);
+  return rc;
+}
 
 VOSTRING::VOSTRING(const STRUTF8& s) : VOSTRING() {
   Assign(static_cast<const char*>(s), CHAR_ENCODING_UTF8);
@@ -97,7 +132,7 @@ int VOSTRING::Assign(const void* src, CHAR_ENCODING e) {
       return 0;
     }
     default:
-      return VOERROR_InvalidArgument;
+      return AssignThroughRegistry(src, e);
   }
 }
 
@@ -111,6 +146,6 @@ char* VOSTRING::GetEncoded(CHAR_ENCODING e) const {
     case CHAR_ENCODING_UTF8_DECOMPOSED:
       return EncodeUtf8(m_priv->text, e == CHAR_ENCODING_UTF8_DECOMPOSED);
     default:
-      return nullptr;
+      return EncodeThroughRegistry(m_priv->text, e);
   }
 }

@@ -312,11 +312,14 @@ TEST(VostringEncoded, BytesUtf16AndUtf8) {
             std::string(reinterpret_cast<const char*>(U16(s).data()), 6));
   EXPECT_EQ(Encoded(VOSTRING(u"a\u00E9\u20AC"), CHAR_ENCODING_ASCII), "a\xE9?");
 
-  // An encoding without a converter leaves the string and records nothing.
+  // A number the registry doesn't know is ASCII, by its name; an encoding
+  // that can't be converted leaves the string and records nothing.
   ClearLastErr();
-  EXPECT_LT(s.Assign("abc", CHAR_ENCODING(9999)), 0);
-  EXPECT_EQ(s.GetLength(), 3);
-  EXPECT_EQ(Encoded(s, CHAR_ENCODING(9999)), "<null>");
+  EXPECT_EQ(s.Assign("ab\xE9", CHAR_ENCODING(9999)), 0);
+  EXPECT_EQ(U16(s), u"ab\u00E9");
+  EXPECT_LT(s.Assign("xyz", CHAR_ENCODING(6)), 0);  // the system's own: refused
+  EXPECT_EQ(U16(s), u"ab\u00E9");
+  EXPECT_EQ(Encoded(s, CHAR_ENCODING(6)), "<null>");
   EXPECT_EQ(GetLastErrCode(), 0);
 }
 

@@ -1,0 +1,711 @@
+// Encoding UTF-16 into every writable encoding of the registry, and legacy
+// text into and out of the internal ISO-2022 form.
+//
+// MucConvertUnicodeGen splits text into runs of charsets: for each
+// character the charset its block suggests, else the charset that last
+// served its kind of text (alphabetic or ideographic), else the first
+// charset with an escape whose scripts cover it. Runs are reported through
+// two callbacks, in batches of a fixed buffer. A character no charset holds
+// becomes "?", as unconvertible characters do everywhere in the library. A
+// table that can't be loaded fails the conversion: its code is passed up,
+// never written out as bytes.
+//
+// Outputs grow geometrically (twice the size, at least what is needed and a
+// margin), never by a fixed step: long texts cost a logarithmic number of
+// reallocations, not a quadratic amount of copying.
+static const char s_ident[] = "@(#) encode.cpp 1.0";
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "encoding/convdata.h"
+#include "encoding/decode.h"
+#include "encoding/encode_priv.h"
+#include "foundation/errpos.h"
+#include "text/ucstring_priv.h"
+#include "vosystem/memfunc.h"
+#include "vosystem/ucconv.h"
+#include "vosystem/ucdecomp.h"
+#include "vosystem/ucstring.h"
+
+namespace {
+
+const int kCharsetLatin1 = 15;
+const int kFlushAt = 248;
+const char kEscAsciiG0[] = "\x1B(B";
+
+struct MASKROW {
+  unsigned low, high;
+  uint32_t mask;
+};
+
+const MASKROW kCharsetMask[] = {
+    {0x011E, 0x011F, 0x100000},   {0x0130, 0x0131, 0x100000}, {0x015E, 0x015F, 0x100000},
+    {0x0300, 0x036F, 0x40000000}, {0x0370, 0x03FF, 0x80},     {0x0400, 0x04FF, 0x100},
+    {0x0590, 0x05FF, 0x200},      {0x0600, 0x06FF, 0x400},    {0x0E00, 0x0E7F, 0x800},
+    {0x2000, 0x27BF, 0x40000000}, {0x3000, 0x303F, 0x10000},  {0x3040, 0x309F, 0x1000},
+    {0x30A0, 0x30FF, 0x2000},     {0x3100, 0x312F, 0x4000},   {0x3130, 0x318F, 0x8000},
+    {0x3190, 0x33FF, 0x10000},    {0x3400, 0x3D2F, 0x8000},   {0x4E00, 0x9FA5, 0x40},
+    {0xAC00, 0xD7AF, 0x8000},     {0xF900, 0xFA2D, 0x40},     {0xFB50, 0xFDFF, 0x400},
+    {0xFE70, 0xFEFF, 0x400},      {0xFF00, 0xFFFF, 0x20000},  {0, 0, 0},
+};
+
+bool IsTwoByte(int charset) {
+  return charset >= 0 && charset < kCharsetRows && (g_charsetInfo[charset].mask & 1);
+}
+
+const char* EscapeOf(int charset) {
+  return charset >= 0 && charset < kCharsetRows ? g_charsetInfo[charset].escape : nullptr;
+}
+
+// The charset the block of c suggests, or wanted unchanged.
+int GuessByBlock(unsigned c, int wanted) {
+  if (c <= 0x00FF) return 15;
+  if (c <= 0x017F) {
+    return c == 0x011E || c == 0x011F || c == 0x0130 || c == 0x0131 || c == 0x015E || c == 0x015F
+               ? 23
+               : 16;
+  }
+  if (c <= 0x027F) return 17;
+  if (c >= 0x0380 && c <= 0x03FF) return 21;
+  if (c >= 0x0400 && c <= 0x04FF) return 19;
+  if (c >= 0x0580 && c <= 0x05FF) return 22;
+  if (c >= 0x0600 && c <= 0x06FF) return 20;
+  if (c >= 0x0900 && c <= 0x0D7F) return 71 + static_cast<int>((c - 0x0900) / 0x80);
+  if (c >= 0x0E00 && c <= 0x0EFF) return 47;
+  return wanted;
+}
+
+uint32_t MaskOf(unsigned c) {
+  for (const MASKROW* r = kCharsetMask; r->mask; ++r)
+    if (c >= r->low && c <= r->high) return r->mask;
+  return 0x80000000u;
+}
+
+// Geometric growth of a heap byte buffer to hold need bytes.
+int Grow(char** buffer, int* capacity, int64_t need) {
+  if (need <= *capacity) return 0;
+  if (need > INT_MAX) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(need);
+    return rc;
+  }
+  int64_t size = std::max<int64_t>(need, 2 * static_cast<int64_t>(*capacity));
+  if (size > INT_MAX) size = INT_MAX;
+  int rc = MmRealloc(buffer, static_cast<unsigned long>(size));
+  if (rc < 0) return PASSERR(rc);
+  *capacity = static_cast<int>(size);
+  return 0;
+}
+
+// The buffer of a direct encoder, with its length and capacity.
+struct OUTPUT {
+  char* buffer = nullptr;
+  int length = 0;
+  int capacity = 0;
+  int rc = 0;  // the first failure
+
+  void Put(const char* bytes, int count) {
+    if (rc >= 0) rc = InsertChars(&buffer, &length, &capacity, bytes, count);
+  }
+  void Byte(unsigned b) {
+    const char c = static_cast<char>(b);
+    Put(&c, 1);
+  }
+  // Hands the text over with its terminator, or frees it on a failure.
+  int Finish(char** result) {
+    if (rc < 0 || !buffer) {
+      free(buffer);
+      return rc < 0 ? rc : SETERR(VOERROR_InvalidArgument);
+    }
+    buffer[length] = 0;
+    *result = buffer;
+    return length;
+  }
+};
+
+size_t UnitsOf(const unsigned short* text, int length) {
+  return length > 0 ? static_cast<size_t>(length) : UcLength(text);
+}
+
+bool StartOutput(OUTPUT& out, size_t units) {
+  if (units > static_cast<size_t>(INT_MAX) - 1) {
+    out.rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(units) + 1;
+    return false;
+  }
+  out.capacity = static_cast<int>(units) + 1;
+  out.rc = MmAlloc(&out.buffer, static_cast<unsigned long>(out.capacity));
+  if (out.rc < 0) out.capacity = 0;
+  return out.rc >= 0;
+}
+
+// A table lookup for an encoder: the code, 0 for none; false with out.rc set
+// when the table can't be had.
+bool Lookup(OUTPUT& out, unsigned c, int charset, int* code) {
+  *code = MucUnicodeToCharset(static_cast<int>(c), charset);
+  if (*code < 0) {
+    out.rc = PASSERR(*code);
+    return false;
+  }
+  return true;
+}
+
+int Utf8Of(const unsigned short* text, bool decompose, char** result) {
+  unsigned short* decomposed = nullptr;
+  if (decompose) {
+    decomposed = MucDecompose(text);
+    if (!decomposed) return SETERR(VOERROR_OutOfMemory);
+    text = decomposed;
+  }
+  char* out = nullptr;
+  int rc = MucConvertUnicodeToUTF8(text, &out);
+  free(decomposed);
+  if (rc < 0) return SETERR(VOERROR_OutOfMemory);
+  *result = out;
+  return rc - 1;  // without the terminator
+}
+
+char* DupBytes(const char* text) {
+  const size_t n = strlen(text) + 1;
+  char* copy = static_cast<char*>(malloc(n));
+  if (copy) memcpy(copy, text, n);
+  return copy;
+}
+
+int DupResult(const char* text, char** result) {
+  char* copy = DupBytes(text ? text : "");
+  if (!copy) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(strlen(text ? text : "") + 1);
+    return rc;
+  }
+  *result = copy;
+  return static_cast<int>(strlen(copy));
+}
+
+// A temporary state for decoding the internal form.
+CONVDATA Iso2022Reader(int flags) {
+  CONVDATA conv{};
+  conv.encodingRow = 9;
+  conv.defaultFlags = flags;
+  ResetConversion(&conv);
+  return conv;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- the internal-form writer
+
+int MyAddCharFunc(const char* bytes, int count, void* record) {
+  ISO2022WRITER* w = static_cast<ISO2022WRITER*>(record);
+  int rc = Grow(&w->buffer, &w->capacity, static_cast<int64_t>(w->length) + count + 10);
+  if (rc < 0) return rc;
+  memcpy(w->buffer + w->length, bytes, static_cast<size_t>(count));
+  w->length += count;
+  return w->length;
+}
+
+// A charset without an escape can't be announced: the one in force stays
+// (so Indic text stays under it). Leaving a two-byte set for a one-byte set
+// whose escape doesn't take G0 back first writes ESC ( B.
+int MyNewCharsetFunc(int newCharset, int oldCharset, void* record) {
+  ISO2022WRITER* w = static_cast<ISO2022WRITER*>(record);
+  const char* escape = EscapeOf(newCharset);
+  if (!escape) return oldCharset;
+  const bool twoByte = IsTwoByte(newCharset);
+  if (w->lastWasTwoByte && !twoByte && !strstr(escape, kEscAsciiG0)) {
+    int rc = MyAddCharFunc(kEscAsciiG0, 3, record);
+    if (rc < 0) return rc;
+  }
+  w->lastWasTwoByte = twoByte;
+  int rc = MyAddCharFunc(escape, static_cast<int>(strlen(escape)), record);
+  return rc < 0 ? rc : newCharset;
+}
+
+extern "C" {
+
+int InsertChars(char** buffer, int* length, int* capacity, const void* bytes, int count) {
+  if (!bytes) return *length;
+  if (count < 0) count = static_cast<int>(strlen(static_cast<const char*>(bytes)));
+  int rc = Grow(buffer, capacity, static_cast<int64_t>(*length) + count + 128);
+  if (rc < 0) return rc;
+  memcpy(*buffer + *length, bytes, static_cast<size_t>(count));
+  *length += count;
+  return *length;
+}
+
+int InsertCharsetEscape(char** buffer, int* length, int* capacity, int charset) {
+  const char* escape = EscapeOf(charset);
+  if (!escape) escape = g_charsetInfo[kCharsetLatin1].escape;
+  int rc = InsertChars(buffer, length, capacity, escape, -1);
+  return rc < 0 ? rc : charset;
+}
+
+int MucConvertUnicodeGen(const unsigned short* text, MUCNEWCHARSET newCharset, MUCADDCHARS addChars,
+                         void* userData, int options) {
+  if (!text || !newCharset || !addChars) return SETERR(VOERROR_InvalidArgument);
+  int last[2] = {kCharsetLatin1, 11};
+  MucGetDefaultCharsets(&last[0], nullptr, &last[1]);
+  int wanted = kCharsetLatin1, current = kCharsetLatin1;
+  bool swap = false;
+  char pending[256];
+  int waiting = 0;
+  auto flush = [&]() {
+    int rc = waiting ? addChars(pending, waiting, userData) : 0;
+    waiting = 0;
+    return rc;
+  };
+  for (const unsigned short* p = text; *p; ++p) {
+    unsigned c = *p;
+    if (c == 0xFEFF) continue;
+    if (c == 0xFFFE) {
+      swap = true;
+      continue;
+    }
+    if (swap) c = (c >> 8 | c << 8) & 0xFFFF;
+    wanted = GuessByBlock(c, wanted);
+    int code;
+    if (c < 0x100) {
+      code = static_cast<int>(c);
+      wanted = kCharsetLatin1;
+    } else {
+      code = MucUnicodeToCharset(static_cast<int>(c), wanted);
+      if (code < 0) return PASSERR(code);
+    }
+    if (code == 0) {
+      const int slot = (c >= 0x4E00 && c <= 0x9FA5) || (c >= 0xF900 && c <= 0xFA2D) ? 1 : 0;
+      if (last[slot] != wanted && EscapeOf(last[slot])) {
+        code = MucUnicodeToCharset(static_cast<int>(c), last[slot]);
+        if (code < 0) return PASSERR(code);
+        if (code) wanted = last[slot];
+      }
+      if (code == 0) {
+        const uint32_t mask = slot == 1 ? 0x40 : MaskOf(c);
+        for (int cs = 1; cs < kCharsetRows && g_charsetInfo[cs].name; ++cs) {
+          if (!g_charsetInfo[cs].escape || !(g_charsetInfo[cs].mask & mask)) continue;
+          code = MucUnicodeToCharset(static_cast<int>(c), cs);
+          if (code < 0) return PASSERR(code);
+          if (code) {
+            wanted = cs;
+            break;
+          }
+        }
+      }
+      if (code) {
+        last[slot] = wanted;
+      } else {
+        wanted = kCharsetLatin1;
+        code = '?';  // held by no charset
+      }
+    }
+    const bool twoByte = IsTwoByte(wanted);
+    if (wanted != current) {
+      int rc = flush();
+      if (rc < 0) return PASSERR(rc);
+      rc = newCharset(wanted, current, userData);
+      if (rc < 0) return PASSERR(rc);
+      if (rc > 0) wanted = rc;
+      current = wanted;
+    }
+    const unsigned char hi = static_cast<unsigned char>(code >> 8);
+    const unsigned char lo = static_cast<unsigned char>(code);
+    if (twoByte) {
+      pending[waiting++] = static_cast<char>(hi);
+      if ((options & 1) && hi == '\\') pending[waiting++] = '\\';
+      pending[waiting++] = static_cast<char>(lo);
+      if ((options & 1) && lo == '\\') pending[waiting++] = '\\';
+    } else {
+      pending[waiting++] = static_cast<char>(lo);
+    }
+    if (waiting >= kFlushAt) {
+      int rc = flush();
+      if (rc < 0) return PASSERR(rc);
+    }
+  }
+  int rc = flush();
+  if (rc < 0) return PASSERR(rc);
+  if (current != kCharsetLatin1) {
+    rc = newCharset(kCharsetLatin1, current, userData);
+    if (rc < 0) return PASSERR(rc);
+  }
+  return 0;
+}
+
+static int UnicodeToIso2022(const unsigned short* text, char** result, int options) {
+  if (!text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  const size_t n = UcLength(text);
+  if (n > static_cast<size_t>(INT_MAX) / 2) {
+    int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(n);
+    return rc;
+  }
+  ISO2022WRITER w{0, static_cast<int>(n + n / 20 + 20), nullptr, 0};
+  int rc = MmAllocC(&w.buffer, static_cast<unsigned long>(w.capacity));
+  if (rc < 0) return PASSERR(rc);
+  rc = MucConvertUnicodeGen(text, MyNewCharsetFunc, MyAddCharFunc, &w, options);
+  if (rc >= 0) rc = MyAddCharFunc("", 1, &w);
+  if (rc < 0) {
+    free(w.buffer);
+    return PASSERR(rc);
+  }
+  *result = w.buffer;
+  return w.length - 1;
+}
+
+int MucConvertUnicodeToISO2022(const unsigned short* text, char** result) {
+  return UnicodeToIso2022(text, result, 0);
+}
+
+int MucConvertUnicodeToISO2022a(const unsigned short* text, char** result) {
+  return UnicodeToIso2022(text, result, 1);
+}
+
+// ---------------------------------------------------------------- direct encoders
+
+int MucConvertUnicodeToSJIS(void*, const unsigned short* text, char** result, int length) {
+  if (!text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  const size_t n = UnitsOf(text, length);
+  OUTPUT out;
+  if (!StartOutput(out, n)) return out.rc;
+  for (size_t i = 0; i < n && out.rc >= 0; ++i) {
+    const unsigned c = text[i];
+    int code;
+    if (c <= 0x20) {
+      out.Byte(c);
+    } else if (!Lookup(out, c, 24, &code)) {
+      break;
+    } else if (code) {
+      out.Byte(static_cast<unsigned>(code));
+    } else if (!Lookup(out, c, 11, &code)) {
+      break;
+    } else if (code) {
+      unsigned char hi = static_cast<unsigned char>(code >> 8),
+                    lo = static_cast<unsigned char>(code);
+      jis2sjis(&hi, &lo);
+      const char two[2] = {static_cast<char>(hi), static_cast<char>(lo)};
+      out.Put(two, 2);
+    } else {
+      out.Byte('?');
+    }
+  }
+  return out.Finish(result);
+}
+
+int MucConvertUnicodeToEUC(void* conv, const unsigned short* text, char** result, int length) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  const CONVDATA* c = static_cast<const CONVDATA*>(conv);
+  const size_t n = UnitsOf(text, length);
+  OUTPUT out;
+  if (!StartOutput(out, n)) return out.rc;
+  for (size_t i = 0; i < n && out.rc >= 0; ++i) {
+    const unsigned u = text[i];
+    if (u <= 0x20) {
+      out.Byte(u);
+      continue;
+    }
+    int code;
+    if (!Lookup(out, u, c->gSet[0], &code)) break;
+    if (code && code <= 0x7F) {
+      out.Byte(static_cast<unsigned>(code));
+      continue;
+    }
+    code = 0;
+    if (c->gSet[1] && Lookup(out, u, c->gSet[1], &code) && code) {
+      const char two[2] = {static_cast<char>((code >> 8) | 0x80), static_cast<char>(code | 0x80)};
+      out.Put(two, 2);
+      continue;
+    }
+    if (out.rc < 0) break;
+    if (c->gSet[2] && Lookup(out, u, c->gSet[2], &code) && code) {
+      const char two[2] = {'\x8E', static_cast<char>(code & 0x7F)};
+      out.Put(two, 2);
+      continue;
+    }
+    if (out.rc < 0) break;
+    if (c->gSet[3] && Lookup(out, u, c->gSet[3], &code) && code) {
+      const char three[3] = {'\x8F', static_cast<char>((code >> 8) | 0x80),
+                             static_cast<char>(code | 0x80)};
+      out.Put(three, 3);
+      continue;
+    }
+    if (out.rc < 0) break;
+    out.Byte('?');
+  }
+  return out.Finish(result);
+}
+
+int MucConvertUnicodeToBig5(void* conv, const unsigned short* text, char** result, int length) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  const CONVDATA* c = static_cast<const CONVDATA*>(conv);
+  const size_t n = UnitsOf(text, length);
+  OUTPUT out;
+  if (!StartOutput(out, n)) return out.rc;
+  for (size_t i = 0; i < n && out.rc >= 0; ++i) {
+    const unsigned u = text[i];
+    int code;
+    if (u <= 0x20) {
+      out.Byte(u);
+    } else if (!Lookup(out, u, c->gSet[0], &code)) {
+      break;
+    } else if (code) {
+      out.Byte(static_cast<unsigned>(code));
+    } else if (!Lookup(out, u, c->gSet[1], &code)) {
+      break;
+    } else if (code) {
+      const char two[2] = {static_cast<char>(code >> 8), static_cast<char>(code)};
+      out.Put(two, 2);
+    } else {
+      out.Byte('?');
+    }
+  }
+  return out.Finish(result);
+}
+
+int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** result, int length) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  CONVDATA* c = static_cast<CONVDATA*>(conv);
+  c->charset = c->gSet[0];
+  const size_t n = UnitsOf(text, length);
+  OUTPUT out;
+  if (!StartOutput(out, n)) return out.rc;
+  for (size_t i = 0; i < n; ++i) {
+    const unsigned u = text[i];
+    int code = static_cast<int>(u);
+    if (u > 0x20 && !Lookup(out, u, c->charset, &code)) break;
+    out.buffer[out.length++] = static_cast<char>(code ? code : '?');
+  }
+  return out.Finish(result);
+}
+
+// ---------------------------------------------------------------- by converter type
+
+int MucConvertFromUnicode(void* conv, const unsigned short* text, char** result) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  CONVDATA* c = static_cast<CONVDATA*>(conv);
+  switch (c->type) {
+    case CONVTYPE_ShiftJis:
+      return MucConvertUnicodeToSJIS(conv, text, result, 0);
+    case CONVTYPE_Euc:
+      return MucConvertUnicodeToEUC(conv, text, result, 0);
+    case CONVTYPE_SingleByte:
+      return MucConvertUnicodeTo8Bit(conv, text, result, 0);
+    case CONVTYPE_Utf16: {
+      unsigned short* copy = ucstrdup(text);
+      if (!copy) return SETERR(VOERROR_OutOfMemory);
+      *result = reinterpret_cast<char*>(copy);
+      return ucstrlen(copy);
+    }
+    case CONVTYPE_Iso2022:
+      return MucConvertUnicodeToISO2022(text, result);
+    case CONVTYPE_LeadByte:
+      return MucConvertUnicodeToBig5(conv, text, result, 0);
+    case CONVTYPE_Utf8:
+      return Utf8Of(text, false, result);
+    case CONVTYPE_Resfile:
+      return MucConvertUnicodeToISO2022a(text, result);
+    case CONVTYPE_Utf8Decomposed:
+      return Utf8Of(text, true, result);
+    case CONVTYPE_SystemMultiByte:
+      return SETERR(VOERROR_InvalidArgument);
+    default: {  // JIS and the Japanese guess: through the internal form
+      char* internal = nullptr;
+      int rc = MucConvertUnicodeToISO2022(text, &internal);
+      if (rc < 0) return PASSERR(rc);
+      rc = MucConvertFromISO2022(conv, internal, result);
+      free(internal);
+      return rc;
+    }
+  }
+}
+
+int MucConvertFromISO2022(void* conv, const char* text, char** result) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  CONVDATA* c = static_cast<CONVDATA*>(conv);
+  if (c->type == CONVTYPE_Japanese)
+    ApplyJapaneseGuess(c, reinterpret_cast<const unsigned char*>(text));
+  if (c->type == CONVTYPE_Iso2022 || c->type == CONVTYPE_Jis) return DupResult(text, result);
+  if (c->type == CONVTYPE_SystemMultiByte || c->type < 1 || c->type > 11 ||
+      c->type == CONVTYPE_Japanese)
+    return SETERR(VOERROR_InvalidArgument);
+  CONVDATA reader = Iso2022Reader(c->type == CONVTYPE_Utf16 ? c->flags : 1);
+  unsigned short* units = nullptr;
+  int n = MucConvertToUnicode(&reader, text, &units);
+  if (n < 0) {
+    free(units);
+    return PASSERR(n);
+  }
+  int rc;
+  switch (c->type) {
+    case CONVTYPE_ShiftJis:
+      rc = MucConvertUnicodeToSJIS(conv, units, result, n);
+      break;
+    case CONVTYPE_Euc:
+      rc = MucConvertUnicodeToEUC(conv, units, result, n);
+      break;
+    case CONVTYPE_SingleByte:
+      rc = MucConvertUnicodeTo8Bit(conv, units, result, n);
+      break;
+    case CONVTYPE_LeadByte:
+      rc = MucConvertUnicodeToBig5(conv, units, result, n);
+      break;
+    case CONVTYPE_Utf16:
+      *result = reinterpret_cast<char*>(units);
+      return n * 2;
+    case CONVTYPE_Utf8:
+      rc = Utf8Of(units, false, result);
+      break;
+    case CONVTYPE_Resfile:
+      rc = MucConvertUnicodeToISO2022a(units, result);
+      break;
+    default:  // decomposed UTF-8
+      rc = Utf8Of(units, true, result);
+      break;
+  }
+  free(units);
+  return rc;
+}
+
+int MucConvertToISO2022(void* conv, const void* text, char** result) {
+  if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  CONVDATA* c = static_cast<CONVDATA*>(conv);
+  const auto* p = static_cast<const unsigned char*>(text);
+  switch (c->type) {
+    case CONVTYPE_Jis:
+    case CONVTYPE_Iso2022:
+      return DupResult(static_cast<const char*>(text), result);
+    case CONVTYPE_Utf16:
+      if (c->charset != 0) return DupResult("", result);
+      return MucConvertUnicodeToISO2022(static_cast<const unsigned short*>(text), result);
+    case CONVTYPE_Utf8:
+    case CONVTYPE_Utf8Decomposed: {
+      unsigned short* units = nullptr;
+      int rc = MucConvertUTF8ToUnicode(static_cast<const char*>(text), &units);
+      if (rc < 0) return PASSERR(rc);
+      if (c->type == CONVTYPE_Utf8Decomposed) {
+        unsigned short* composed = MucRecompose(units);
+        free(units);
+        if (!composed) return SETERR(VOERROR_OutOfMemory);
+        units = composed;
+      }
+      rc = MucConvertUnicodeToISO2022(units, result);
+      free(units);
+      return rc;
+    }
+    case CONVTYPE_SingleByte: {
+      if (c->charset == kCharsetLatin1) return DupResult(static_cast<const char*>(text), result);
+      if (const char* escape = EscapeOf(c->charset)) {
+        OUTPUT out;
+        if (!StartOutput(out, strlen(escape) + strlen(static_cast<const char*>(text))))
+          return out.rc;
+        out.Put(escape, -1);
+        out.Put(static_cast<const char*>(text), -1);
+        return out.Finish(result);
+      }
+      unsigned short* units = strtoucdup(static_cast<const char*>(text));
+      if (!units) return SETERR(VOERROR_OutOfMemory);
+      int rc = MucCharsetToUnicodeBuf(units, c->charset);
+      if (rc >= 0) rc = MucConvertUnicodeToISO2022(units, result);
+      free(units);
+      return rc < 0 ? PASSERR(rc) : rc;
+    }
+    case CONVTYPE_ShiftJis:
+    case CONVTYPE_Euc:
+    case CONVTYPE_LeadByte: {
+      OUTPUT out;
+      if (!StartOutput(out, strlen(static_cast<const char*>(text)))) return out.rc;
+      int current = kCharsetLatin1;
+      auto under = [&](int charset) {
+        if (charset != current && out.rc >= 0) {
+          int rc = InsertCharsetEscape(&out.buffer, &out.length, &out.capacity, charset);
+          if (rc < 0) out.rc = rc;
+          current = charset;
+        }
+      };
+      while (*p && out.rc >= 0) {
+        const unsigned b = *p++;
+        if (c->type == CONVTYPE_ShiftJis) {
+          if (((b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xEF)) && *p) {
+            unsigned char hi = static_cast<unsigned char>(b), lo = *p++;
+            sjis2jis(&hi, &lo);
+            under(11);
+            out.Byte(hi);
+            out.Byte(lo);
+          } else {
+            under(b & 0x80 ? 27 : 24);
+            out.Byte(b);
+          }
+        } else if (c->type == CONVTYPE_Euc) {
+          if (b >= 0xA1 && b <= 0xFE && *p) {
+            under(c->gSet[1]);
+            out.Byte(b & 0x7F);
+            out.Byte(*p++ & 0x7F);
+          } else if (b == 0x8F && p[0] >= 0xA1 && p[0] <= 0xFE && p[1]) {
+            under(c->gSet[3]);
+            out.Byte(p[0] & 0x7F);
+            out.Byte(p[1] & 0x7F);
+            p += 2;
+          } else if (b == 0x8E && *p) {
+            under(c->gSet[2]);
+            out.Byte(*p++);
+          } else {
+            under(c->gSet[0]);
+            out.Byte(b);
+          }
+        } else if (b >= 0xA1 && b <= 0xFE && *p) {  // lead-byte sets
+          under(c->gSet[1]);
+          out.Byte(b);
+          out.Byte(*p++);
+        } else {
+          under(c->gSet[0]);
+          out.Byte(b);
+        }
+      }
+      return out.Finish(result);
+    }
+    case CONVTYPE_Resfile: {
+      // Backslashes stand doubled inside two-byte text: one is written.
+      OUTPUT out;
+      if (!StartOutput(out, strlen(static_cast<const char*>(text)))) return out.rc;
+      bool twoByte = false;
+      while (*p && out.rc >= 0) {
+        const unsigned b = *p++;
+        if (b == 0x1B && *p == '$') twoByte = true;
+        if (b == 0x1B && *p >= 0x28 && *p <= 0x2F) twoByte = false;
+        out.Byte(b);
+        if (twoByte && b == '\\' && *p == '\\') ++p;
+      }
+      return out.Finish(result);
+    }
+    default:
+      return DupResult("", result);
+  }
+}
+
+int MucQuickConvToISO2022(int encodingRow, const void* text, char** result) {
+  if (!result) return SETERR(VOERROR_InvalidArgument);
+  *result = nullptr;
+  if (encodingRow == -1)
+    return MucConvertUnicodeToISO2022(static_cast<const unsigned short*>(text), result);
+  if (encodingRow == 0) {
+    *result = text ? DupBytes(static_cast<const char*>(text)) : nullptr;
+    return *result ? static_cast<int>(strlen(*result)) : VOERROR_PathUnusable;
+  }
+  CONVDATA conv{};
+  conv.encodingRow = encodingRow;
+  ResetConversion(&conv);
+  return MucConvertToISO2022(&conv, text, result);
+}
+
+}  // extern "C"
