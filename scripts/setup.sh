@@ -23,3 +23,13 @@ build/bin/vosys chars 'Åﬁ가١'
 echo
 echo "== vosys encodings"
 build/bin/vosys encodings
+echo
+echo "== vosys convert: sample text to a legacy encoding and back, checked byte for byte"
+for pair in "russian KOI-8" "greek ISO-8859-7" "japanese Shift-JIS" "chinese GB-2312" \
+            "korean KSC-5601" "mixed ISO-2022"; do
+  set -- $pair
+  build/bin/vosys convert -f UTF8 -t "$2" "samples/$1.txt" > "build/$1.$2"
+  build/bin/vosys convert -f "$2" -t UTF8 "build/$1.$2" | cmp - "samples/$1.txt"
+  printf '%-9s %-11s %4d bytes, back to UTF-8 unchanged: ' "$1" "$2" "$(wc -c < "build/$1.$2")"
+  build/bin/vosys convert -f "$2" -t UTF8 "build/$1.$2"
+done

@@ -5,6 +5,7 @@
 //   vosys error CODE                 the message text of an error code
 //   vosys chars TEXT                 the character database's view of TEXT
 //   vosys encodings                  the registry's encodings
+//   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -33,6 +34,9 @@ const char kUsage[] =
     "                            bidi class, case partner and decomposition\n"
     "  encodings                 list the encodings by row, with their numbers and\n"
     "                            whether they are offered for reading and writing\n"
+    "  convert -f FROM -t TO [FILE...]\n"
+    "                            convert text (the files, or standard input) from\n"
+    "                            one encoding to another\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -179,6 +183,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "error") == 0) return CmdError(argc - 2, argv + 2);
   if (std::strcmp(cmd, "chars") == 0) return CmdChars(argc - 2, argv + 2);
   if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
