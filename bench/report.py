@@ -9,7 +9,7 @@ the time to load the table.
 
     bench/report.py [BENCH_DIR] [--repetitions N] [--stat best|median]
 
-BENCH_DIR holds utf_bench, vostring_bench and ucdata_bench (default:
+BENCH_DIR holds utf_bench, vostring_bench, ucdata_bench and encoding_bench (default:
 build-rel/bench under the source tree). Each benchmark runs N times in one process; the table shows
 the best (default) or the median throughput of the runs, which keeps a busy
 machine from skewing the ratios.
@@ -118,6 +118,26 @@ def ucdata_report(results):
     print_table(header, rows)
 
 
+ENCODINGS = ["ISO-8859-1", "CP1251", "MacRoman", "Shift-JIS", "EUC", "GB-2312", "Big5",
+             "KSC-5601", "UTF8"]
+ENCODING_SIZES = ["1K", "64K", "1M"]
+
+
+def encoding_report(results):
+    # A fresh result per call for all three; MB/s of the encoded text.
+    for direction in ["decode", "encode"]:
+        header = ["encoding", "size", "vosys", "iconv", "icu", "vosys/iconv", "vosys/icu"]
+        rows = []
+        for encoding in ENCODINGS:
+            for size in ENCODING_SIZES:
+                def get(impl):
+                    return results.get("%s/%s/%s/%s" % (direction, impl, encoding, size))
+                rows.append([encoding, size, gbps(get("vosys")), gbps(get("iconv")), gbps(get("icu")),
+                             ratio(get("vosys"), get("iconv")), ratio(get("vosys"), get("icu"))])
+        print("%s: throughput in GB/s of the encoded text" % direction)
+        print_table(header, rows)
+
+
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
@@ -132,7 +152,7 @@ def main():
 
     found = False
     for name, report in [("utf_bench", utf_report), ("vostring_bench", vostring_report),
-                         ("ucdata_bench", ucdata_report)]:
+                         ("ucdata_bench", ucdata_report), ("encoding_bench", encoding_report)]:
         binary = os.path.join(args.bench_dir, name)
         if not os.access(binary, os.X_OK):
             print("%s: not built in %s" % (name, args.bench_dir), file=sys.stderr)

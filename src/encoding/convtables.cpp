@@ -17,6 +17,7 @@ static const char s_ident[] = "@(#) convtables.cpp 1.0";
 
 #include "encoding/convtables.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -48,9 +49,39 @@ enum : int {
 };
 
 struct TABLES {
-  std::atomic<SPARSEARRAY*> toUC{nullptr};  // published last, after fromUC
+  std::atomic<SPARSEARRAY*> toUC{nullptr};  // published last, after all else
   SPARSEARRAY* fromUC = nullptr;
+  // The flat views of CHARSET_TABLES.
+  const uint16_t* toPages[256] = {};
+  const uint16_t* fromPages[256] = {};
+  const uint16_t* fromEncoderPages[256] = {};
+  uint16_t fromEncoder0[256] = {};
 };
+
+const uint16_t kZeroPage[256] = {};
+
+struct IDENTITY {
+  uint16_t page[256];
+  constexpr IDENTITY() : page() {
+    for (int i = 0; i < 256; ++i) page[i] = static_cast<uint16_t>(i);
+  }
+};
+constexpr IDENTITY kIdentity;
+
+void BuildFlatViews(TABLES& t, const SPARSEARRAY* to, const SPARSEARRAY* from) {
+  for (int hi = 0; hi < 256; ++hi) {
+    t.toPages[hi] = to->page[hi] ? to->page[hi] : hi == 0 ? kIdentity.page : kZeroPage;
+    t.fromPages[hi] = from->page[hi] ? from->page[hi] : kZeroPage;
+  }
+  // Encoders write units up to the space as they are, and a Latin-1 value
+  // the charset lacks as its own byte.
+  for (int lo = 0; lo < 256; ++lo) {
+    const uint16_t code = t.fromPages[0][lo];
+    t.fromEncoder0[lo] = lo <= 0x20 || !code ? static_cast<uint16_t>(lo) : code;
+  }
+  std::copy(t.fromPages, t.fromPages + 256, t.fromEncoderPages);
+  t.fromEncoderPages[0] = t.fromEncoder0;
+}
 
 TABLES g_tables[kCharsetRows];
 std::mutex g_loadLock;
@@ -144,6 +175,7 @@ const TABLES* Loaded(int charset, int* rc) {
     return nullptr;
   }
   t.fromUC = from;
+  BuildFlatViews(t, to, from);
   t.toUC.store(to, std::memory_order_release);
   return &t;
 }
@@ -251,6 +283,19 @@ int AddPairsFromFile(const unsigned char* file, size_t size, const char* name, S
     }
     return 0;
   }
+  return 0;
+}
+
+int GetCharsetTables(int charset, CHARSET_TABLES* tables) {
+  *tables = CHARSET_TABLES{};
+  if (charset == kCharsetUnicode) return 0;
+  if (charset < 0 || charset >= kCharsetRows) return CharsetOutOfRange();
+  int rc = 0;
+  const TABLES* t = Loaded(charset, &rc);
+  if (!t) return PASSERR(rc);
+  tables->from = t->fromPages;
+  tables->fromEncoder = t->fromEncoderPages;
+  if (charset != kCharsetLatin1) tables->to = t->toPages;
   return 0;
 }
 

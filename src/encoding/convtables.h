@@ -28,6 +28,39 @@ void FreeSparseArray(SPARSEARRAY* table);
 int AddPairsFromFile(const unsigned char* file, size_t size, const char* name, SPARSEARRAY* toUC,
                      SPARSEARRAY* fromUC);
 
+// A charset's loaded tables for the converters' inner loops: lookups
+// without a form modifier, answering as MucCharsetToUnicode and
+// MucUnicodeToCharset do, with no load check or call per character. Every
+// page pointer is valid (a missing page is one of zeros, or for page 0 of
+// the decoding side the identity: a byte reads as itself), so a lookup is
+// two loads and no test.
+struct CHARSET_TABLES {
+  const uint16_t* const* to = nullptr;    // null: a code is its own character (0, 15)
+  const uint16_t* const* from = nullptr;  // null: a character is its own code (0)
+  const uint16_t* const* fromEncoder = nullptr;  // from, with page 0 as encoders write it
+
+  int ToUnicode(unsigned code) const {
+    if (!to) return static_cast<int>(code);
+    return to[code >> 8 & 0xFF][code & 0xFF];
+  }
+  // What the table itself holds, 0 for none.
+  int FromTable(unsigned unicode) const {
+    if (!from) return static_cast<int>(unicode);
+    return unicode > 0xFFFF ? 0 : from[unicode >> 8][unicode & 0xFF];
+  }
+  // What an encoder writes: as FromTable, but units up to 0x20 are
+  // themselves, and Latin-1 values the charset lacks answer themselves.
+  int FromUnicode(unsigned unicode) const {
+    if (!from) return static_cast<int>(unicode);
+    return unicode > 0xFFFF ? 0 : fromEncoder[unicode >> 8][unicode & 0xFF];
+  }
+};
+
+// The tables of a charset number (no form modifier), loading them if need
+// be. 0, or the negative code MucCharsetToUnicode would give (-1213 for a
+// number out of range, the load's failure).
+int GetCharsetTables(int charset, CHARSET_TABLES* tables);
+
 // Byte order of the file's fields, which are little-endian everywhere.
 void swapwords(void* p, int count);
 void swaplong(void* p);

@@ -13,6 +13,7 @@ static const char s_ident[] = "@(#) decode.cpp 1.0";
 #include <cstring>
 
 #include "encoding/convdata.h"
+#include "encoding/convtables.h"
 #include "encoding/decode.h"
 #include "foundation/errpos.h"
 #include "text/ucstring_priv.h"
@@ -26,48 +27,88 @@ namespace {
 const unsigned short kBom = 0xFEFF;
 const unsigned short kSwappedBom = 0xFFFE;
 
-// One character's code in a charset as UTF-16, "?" for none; false with *rc
-// set for a charset that can't be converted.
-bool PutCode(unsigned short*& out, int code, int charset, int* rc) {
-  const int unicode = MucCharsetToUnicode(code, charset);
-  if (unicode < 0) {
-    *rc = PASSERR(unicode);
-    return false;
+// The tables of the G sets a decoder uses, fetched on a set's first use
+// (so that a charset the text never reaches is never loaded).
+class GSETS {
+ public:
+  explicit GSETS(const CONVDATA* conv) : m_conv(conv) {}
+  // The character of a code in G set g, "?" for none; false with *rc set for
+  // a charset that can't be converted.
+  bool Put(unsigned short*& out, unsigned code, int g, int* rc) {
+    if (!m_have[g]) {
+      const int got = GetCharsetTables(m_conv->gSet[g], &m_tables[g]);
+      if (got < 0) {
+        *rc = PASSERR(got);
+        return false;
+      }
+      m_have[g] = true;
+    }
+    const int unicode = m_tables[g].ToUnicode(code);
+    *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
+    return true;
   }
-  *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
-  return true;
-}
 
-// Shift-JIS: the codes are gathered first, then converted in place.
-int DecodeShiftJis(const unsigned char* p, unsigned short* out, unsigned short** end) {
-  unsigned short* const start = out;
+ private:
+  const CONVDATA* m_conv;
+  CHARSET_TABLES m_tables[4];
+  bool m_have[4] = {};
+};
+
+// Shift-JIS: a double byte is a JIS X 0208 code (JIS X 0212 where 0208 has
+// nothing), a single byte JIS-Roman below 0x80 and half-width katakana above.
+int DecodeShiftJis(const unsigned char* p, unsigned short*& out) {
+  CHARSET_TABLES roman, kana, jis, extra;  // copied in: the loop keeps them in registers
+  bool haveExtra = false;
+  int rc = GetCharsetTables(24, &roman);
+  if (rc >= 0) rc = GetCharsetTables(27, &kana);
+  if (rc >= 0) rc = GetCharsetTables(11, &jis);
+  if (rc < 0) return PASSERR(rc);
   while (*p) {
     const unsigned b = *p++;
     const bool lead = (b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xEF);
-    *out++ = static_cast<unsigned short>(lead && *p ? b << 8 | *p++ : b);
+    int unicode;
+    if (lead && *p) {
+      // sjis2jis, here where it runs for every character, without branches
+      // (the code values of running text are too varied to predict).
+      const unsigned l = *p++, base = b - 112 - (b >= 160 ? 64u : 0u);
+      const unsigned low = l < 159 ? 1u : 0u;
+      const unsigned hi = base * 2 - low;
+      const unsigned lo = (l - (low ? 31 + (l >= 128 ? 1u : 0u) : 126u)) & 0xFF;
+      unicode = jis.ToUnicode(hi << 8 | lo);
+      if (unicode == 0) {
+        if (!haveExtra) {
+          rc = GetCharsetTables(12, &extra);
+          if (rc < 0) return PASSERR(rc);
+          haveExtra = true;
+        }
+        unicode = extra.ToUnicode(hi << 8 | lo);
+      }
+    } else {
+      unicode = (b & 0x80 ? kana : roman).ToUnicode(b);
+    }
+    *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
   }
-  *out = 0;
-  *end = out;
-  return MucCharsetToUnicodeBuf(start, 0x1000B);
+  return 0;
 }
 
 int DecodeEuc(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  GSETS sets(conv);
   int rc = 0;
   while (*p) {
     const unsigned b = *p++;
     bool ok;
     if (b >= 0xA1 && b <= 0xFE) {
       if (!*p) return *out++ = '?', 0;
-      ok = PutCode(out, (b & 0x7F) << 8 | (*p++ & 0x7F), conv->gSet[1], &rc);
+      ok = sets.Put(out, (b & 0x7F) << 8 | (*p++ & 0x7F), 1, &rc);
     } else if (b == 0x8F && *p >= 0xA1 && *p <= 0xFE) {
       if (!p[1]) return *out++ = '?', 0;
-      ok = PutCode(out, (p[0] & 0x7F) << 8 | (p[1] & 0x7F), conv->gSet[3], &rc);
+      ok = sets.Put(out, (p[0] & 0x7F) << 8 | (p[1] & 0x7F), 3, &rc);
       p += 2;
     } else if (b == 0x8E) {
       if (!*p) return *out++ = '?', 0;
-      ok = PutCode(out, *p++, conv->gSet[2], &rc);
+      ok = sets.Put(out, *p++, 2, &rc);
     } else {
-      ok = PutCode(out, static_cast<int>(b), conv->gSet[0], &rc);
+      ok = sets.Put(out, b, 0, &rc);
     }
     if (!ok) return rc;
   }
@@ -75,26 +116,37 @@ int DecodeEuc(const CONVDATA* conv, const unsigned char* p, unsigned short*& out
 }
 
 int DecodeLeadByte(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+  GSETS sets(conv);
   int rc = 0;
   while (*p) {
     const unsigned b = *p++;
     bool ok;
     if (b >= 0x81 && b <= 0xFE) {
       if (!*p) return *out++ = '?', 0;
-      ok = PutCode(out, static_cast<int>(b << 8 | *p++), conv->gSet[1], &rc);
+      ok = sets.Put(out, b << 8 | *p++, 1, &rc);
     } else {
-      ok = PutCode(out, static_cast<int>(b), conv->gSet[0], &rc);
+      ok = sets.Put(out, b, 0, &rc);
     }
     if (!ok) return rc;
   }
   return 0;
 }
 
+// One byte a character: through the charset's page 0 (or as Latin-1).
 int DecodeSingleByte(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
-  unsigned short* const start = out;
-  while (*p) *out++ = *p++;
-  *out = 0;
-  return conv->charset == 15 ? 0 : MucCharsetToUnicodeBuf(start, conv->charset);
+  CHARSET_TABLES t;
+  const int rc = GetCharsetTables(conv->charset, &t);
+  if (rc < 0) return PASSERR(rc);
+  if (!t.to) {
+    while (*p) *out++ = *p++;
+  } else {
+    const uint16_t* page = t.to[0];  // the identity where the charset has no page 0
+    while (*p) {
+      const uint16_t unicode = page[*p++];
+      *out++ = unicode ? unicode : '?';
+    }
+  }
+  return 0;
 }
 
 // UTF-16 in the byte order a mark last announced; the marks themselves go.
@@ -176,7 +228,7 @@ int MucConvertToUnicode(void* conv, const void* text, unsigned short** result) {
   if (!(c->flags & 1)) *out++ = kBom;
   switch (c->type) {
     case CONVTYPE_ShiftJis:
-      rc = DecodeShiftJis(bytes, out, &out);
+      rc = DecodeShiftJis(bytes, out);
       break;
     case CONVTYPE_Euc:
       rc = DecodeEuc(c, bytes, out);

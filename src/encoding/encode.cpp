@@ -22,6 +22,7 @@ static const char s_ident[] = "@(#) encode.cpp 1.0";
 #include <cstring>
 
 #include "encoding/convdata.h"
+#include "encoding/convtables.h"
 #include "encoding/decode.h"
 #include "encoding/encode_priv.h"
 #include "foundation/errpos.h"
@@ -101,19 +102,43 @@ int Grow(char** buffer, int* capacity, int64_t need) {
   return 0;
 }
 
-// The buffer of a direct encoder, with its length and capacity.
+// The buffer of a direct encoder, with its length and capacity. It starts at
+// a byte a unit, which single-byte text fills exactly, and grows
+// geometrically for text of more bytes.
 struct OUTPUT {
   char* buffer = nullptr;
   int length = 0;
   int capacity = 0;
   int rc = 0;  // the first failure
 
+  // Room for n more bytes and the terminator; null with rc set on failure.
+  char* Room(int n) {
+    if (static_cast<int64_t>(length) + n + 1 > capacity) {
+      rc = Grow(&buffer, &capacity, static_cast<int64_t>(length) + n + 1);
+      if (rc < 0) return nullptr;
+    }
+    return buffer + length;
+  }
   void Put(const char* bytes, int count) {
-    if (rc >= 0) rc = InsertChars(&buffer, &length, &capacity, bytes, count);
+    if (rc < 0) return;
+    if (count < 0) count = static_cast<int>(strlen(bytes));
+    if (char* at = Room(count)) {
+      memcpy(at, bytes, static_cast<size_t>(count));
+      length += count;
+    }
   }
   void Byte(unsigned b) {
-    const char c = static_cast<char>(b);
-    Put(&c, 1);
+    if (char* at = Room(1)) {
+      *at = static_cast<char>(b);
+      ++length;
+    }
+  }
+  void Two(unsigned hi, unsigned lo) {
+    if (char* at = Room(2)) {
+      at[0] = static_cast<char>(hi);
+      at[1] = static_cast<char>(lo);
+      length += 2;
+    }
   }
   // Hands the text over with its terminator, or frees it on a failure.
   int Finish(char** result) {
@@ -131,28 +156,44 @@ size_t UnitsOf(const unsigned short* text, int length) {
   return length > 0 ? static_cast<size_t>(length) : UcLength(text);
 }
 
-bool StartOutput(OUTPUT& out, size_t units) {
-  if (units > static_cast<size_t>(INT_MAX) - 1) {
+// Room for bytesPerUnit bytes a unit and the terminator: one for one-byte
+// encodings, exact; two for the double-byte ones, exact for text of their
+// ideographs and no more than twice too much for Latin text, where growing
+// instead would copy the text again.
+bool StartOutput(OUTPUT& out, size_t units, size_t bytesPerUnit = 1) {
+  if (units > (static_cast<size_t>(INT_MAX) - 1) / bytesPerUnit) {
     out.rc = SETERR(VOERROR_OutOfMemory);
-    GetErrString() << static_cast<unsigned long long>(units) + 1;
+    GetErrString() << static_cast<unsigned long long>(units) * bytesPerUnit + 1;
     return false;
   }
-  out.capacity = static_cast<int>(units) + 1;
+  out.capacity = static_cast<int>(units * bytesPerUnit) + 1;
   out.rc = MmAlloc(&out.buffer, static_cast<unsigned long>(out.capacity));
   if (out.rc < 0) out.capacity = 0;
   return out.rc >= 0;
 }
 
-// A table lookup for an encoder: the code, 0 for none; false with out.rc set
-// when the table can't be had.
-bool Lookup(OUTPUT& out, unsigned c, int charset, int* code) {
-  *code = MucUnicodeToCharset(static_cast<int>(c), charset);
-  if (*code < 0) {
-    out.rc = PASSERR(*code);
-    return false;
+// The tables of the charsets an encoder uses, fetched on first use; false
+// with out.rc set when a table can't be had.
+class CHARSETS {
+ public:
+  const CHARSET_TABLES* Get(OUTPUT& out, int charset) {
+    for (int i = 0; i < m_count; ++i)
+      if (m_charset[i] == charset) return &m_tables[i];
+    if (m_count == 4) m_count = 0;  // never more than four sets in one encoder
+    const int rc = GetCharsetTables(charset, &m_tables[m_count]);
+    if (rc < 0) {
+      out.rc = PASSERR(rc);
+      return nullptr;
+    }
+    m_charset[m_count] = charset;
+    return &m_tables[m_count++];
   }
-  return true;
-}
+
+ private:
+  CHARSET_TABLES m_tables[4];
+  int m_charset[4] = {};
+  int m_count = 0;
+};
 
 int Utf8Of(const unsigned short* text, bool decompose, char** result) {
   unsigned short* decomposed = nullptr;
@@ -367,29 +408,32 @@ int MucConvertUnicodeToISO2022a(const unsigned short* text, char** result) {
 
 // ---------------------------------------------------------------- direct encoders
 
+// One byte where JIS-Roman (with the Latin-1 pass-through) has the
+// character, else two of JIS X 0208 in Shift-JIS form.
 int MucConvertUnicodeToSJIS(void*, const unsigned short* text, char** result, int length) {
   if (!text || !result) return SETERR(VOERROR_InvalidArgument);
   *result = nullptr;
   const size_t n = UnitsOf(text, length);
   OUTPUT out;
-  if (!StartOutput(out, n)) return out.rc;
-  for (size_t i = 0; i < n && out.rc >= 0; ++i) {
+  CHARSETS sets;
+  if (!StartOutput(out, n, 2)) return out.rc;
+  const CHARSET_TABLES* roman = sets.Get(out, 24);
+  const CHARSET_TABLES* jis = nullptr;
+  for (size_t i = 0; roman && i < n && out.rc >= 0; ++i) {
     const unsigned c = text[i];
-    int code;
-    if (c <= 0x20) {
-      out.Byte(c);
-    } else if (!Lookup(out, c, 24, &code)) {
-      break;
-    } else if (code) {
+    int code = roman->FromUnicode(c);
+    if (code) {
       out.Byte(static_cast<unsigned>(code));
-    } else if (!Lookup(out, c, 11, &code)) {
-      break;
-    } else if (code) {
-      unsigned char hi = static_cast<unsigned char>(code >> 8),
-                    lo = static_cast<unsigned char>(code);
-      jis2sjis(&hi, &lo);
-      const char two[2] = {static_cast<char>(hi), static_cast<char>(lo)};
-      out.Put(two, 2);
+      continue;
+    }
+    if (!jis && !(jis = sets.Get(out, 11))) break;
+    code = jis->FromUnicode(c);
+    if (code) {
+      // jis2sjis, here where it runs for every character, without branches
+      // (the code values of running text are too varied to predict).
+      const unsigned h = static_cast<unsigned>(code) >> 8, l = static_cast<unsigned>(code) & 0xFF;
+      const unsigned odd = h & 1, add = 126 - odd * (95 - (l >= 96 ? 1u : 0u));
+      out.Two((h + 1) / 2 + 112 + (h >= 95 ? 64u : 0u), (l + add) & 0xFF);
     } else {
       out.Byte('?');
     }
@@ -397,45 +441,61 @@ int MucConvertUnicodeToSJIS(void*, const unsigned short* text, char** result, in
   return out.Finish(result);
 }
 
+// G0 for ASCII, then the two-byte G1, SS2 with G2, SS3 with G3. After G0 a
+// step counts only what its table holds: the Latin-1 pass-through would
+// make a one-byte value of a two-byte set, so a Latin-1 letter that JIS X
+// 0208 lacks goes on to JIS X 0212, as EUC-JP has it.
 int MucConvertUnicodeToEUC(void* conv, const unsigned short* text, char** result, int length) {
   if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
   *result = nullptr;
   const CONVDATA* c = static_cast<const CONVDATA*>(conv);
   const size_t n = UnitsOf(text, length);
   OUTPUT out;
-  if (!StartOutput(out, n)) return out.rc;
+  CHARSETS sets;
+  if (!StartOutput(out, n, 2)) return out.rc;
+  const CHARSET_TABLES* g[4] = {};  // each fetched on its first use
+  auto set = [&](int i) {
+    if (!g[i]) g[i] = sets.Get(out, c->gSet[i]);
+    return g[i];
+  };
   for (size_t i = 0; i < n && out.rc >= 0; ++i) {
     const unsigned u = text[i];
     if (u <= 0x20) {
       out.Byte(u);
       continue;
     }
-    int code;
-    if (!Lookup(out, u, c->gSet[0], &code)) break;
+    if (!set(0)) break;
+    int code = g[0]->FromUnicode(u);
     if (code && code <= 0x7F) {
       out.Byte(static_cast<unsigned>(code));
       continue;
     }
-    code = 0;
-    if (c->gSet[1] && Lookup(out, u, c->gSet[1], &code) && code) {
-      const char two[2] = {static_cast<char>((code >> 8) | 0x80), static_cast<char>(code | 0x80)};
-      out.Put(two, 2);
-      continue;
+    if (c->gSet[1]) {
+      if (!set(1)) break;
+      if ((code = g[1]->FromTable(u))) {
+        out.Two((code >> 8) | 0x80, (code & 0xFF) | 0x80);
+        continue;
+      }
     }
-    if (out.rc < 0) break;
-    if (c->gSet[2] && Lookup(out, u, c->gSet[2], &code) && code) {
-      const char two[2] = {'\x8E', static_cast<char>(code & 0x7F)};
-      out.Put(two, 2);
-      continue;
+    if (c->gSet[2]) {
+      if (!set(2)) break;
+      if ((code = g[2]->FromTable(u))) {
+        out.Two(0x8E, code & 0x7F);
+        continue;
+      }
     }
-    if (out.rc < 0) break;
-    if (c->gSet[3] && Lookup(out, u, c->gSet[3], &code) && code) {
-      const char three[3] = {'\x8F', static_cast<char>((code >> 8) | 0x80),
-                             static_cast<char>(code | 0x80)};
-      out.Put(three, 3);
-      continue;
+    if (c->gSet[3]) {
+      if (!set(3)) break;
+      if ((code = g[3]->FromTable(u))) {
+        if (char* at = out.Room(3)) {
+          at[0] = '\x8F';
+          at[1] = static_cast<char>((code >> 8) | 0x80);
+          at[2] = static_cast<char>(code | 0x80);
+          out.length += 3;
+        }
+        continue;
+      }
     }
-    if (out.rc < 0) break;
     out.Byte('?');
   }
   return out.Finish(result);
@@ -447,21 +507,21 @@ int MucConvertUnicodeToBig5(void* conv, const unsigned short* text, char** resul
   const CONVDATA* c = static_cast<const CONVDATA*>(conv);
   const size_t n = UnitsOf(text, length);
   OUTPUT out;
-  if (!StartOutput(out, n)) return out.rc;
-  for (size_t i = 0; i < n && out.rc >= 0; ++i) {
+  CHARSETS sets;
+  if (!StartOutput(out, n, 2)) return out.rc;
+  const CHARSET_TABLES* one = sets.Get(out, c->gSet[0]);
+  const CHARSET_TABLES* two = nullptr;
+  for (size_t i = 0; one && i < n && out.rc >= 0; ++i) {
     const unsigned u = text[i];
-    int code;
-    if (u <= 0x20) {
-      out.Byte(u);
-    } else if (!Lookup(out, u, c->gSet[0], &code)) {
-      break;
-    } else if (code) {
+    int code = one->FromUnicode(u);
+    if (code) {
       out.Byte(static_cast<unsigned>(code));
-    } else if (!Lookup(out, u, c->gSet[1], &code)) {
-      break;
-    } else if (code) {
-      const char two[2] = {static_cast<char>(code >> 8), static_cast<char>(code)};
-      out.Put(two, 2);
+      continue;
+    }
+    if (!two && !(two = sets.Get(out, c->gSet[1]))) break;
+    code = two->FromUnicode(u);
+    if (code) {
+      out.Two(static_cast<unsigned>(code) >> 8, static_cast<unsigned>(code) & 0xFF);
     } else {
       out.Byte('?');
     }
@@ -469,6 +529,7 @@ int MucConvertUnicodeToBig5(void* conv, const unsigned short* text, char** resul
   return out.Finish(result);
 }
 
+// One byte a unit through one table: the result is sized exactly.
 int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** result, int length) {
   if (!conv || !text || !result) return SETERR(VOERROR_InvalidArgument);
   *result = nullptr;
@@ -476,12 +537,18 @@ int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** resul
   c->charset = c->gSet[0];
   const size_t n = UnitsOf(text, length);
   OUTPUT out;
+  CHARSETS sets;
   if (!StartOutput(out, n)) return out.rc;
-  for (size_t i = 0; i < n; ++i) {
-    const unsigned u = text[i];
-    int code = static_cast<int>(u);
-    if (u > 0x20 && !Lookup(out, u, c->charset, &code)) break;
-    out.buffer[out.length++] = static_cast<char>(code ? code : '?');
+  const CHARSET_TABLES* t = sets.Get(out, c->charset);
+  if (t) {
+    const CHARSET_TABLES tables = *t;  // in registers: the stores below alias nothing of it
+    char* at = out.buffer;
+    for (size_t i = 0; i < n; ++i) {
+      const unsigned u = text[i];
+      const int code = tables.FromUnicode(u);
+      at[i] = static_cast<char>(code ? code : '?');
+    }
+    out.length = static_cast<int>(n);
   }
   return out.Finish(result);
 }

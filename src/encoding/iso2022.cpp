@@ -11,10 +11,12 @@
 // cut short by it ends the text.
 static const char s_ident[] = "@(#) iso2022.cpp 1.0";
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
 #include "encoding/convdata.h"
+#include "encoding/convtables.h"
 #include "encoding/decode.h"
 #include "foundation/errpos.h"
 #include "vosystem/ucconv.h"
@@ -206,6 +208,8 @@ int DecodeIso2022(CONVDATA* conv, const unsigned char* text, unsigned short* out
   const bool doubled = conv->type == CONVTYPE_Resfile;
   unsigned short* const start = out;
   int rc = 0;
+  CHARSET_TABLES tables[4];
+  int cached[4] = {INT_MIN, INT_MIN, INT_MIN, INT_MIN};
   for (const unsigned char* p = text; *p;) {
     const unsigned char b = *p++;
     if (IsControlByte(conv, b)) {
@@ -238,11 +242,17 @@ int DecodeIso2022(CONVDATA* conv, const unsigned char* text, unsigned short* out
       if (conv->gHighBit[g] == kHighBitClear) code &= 0x7F;
       if (conv->gHighBit[g] == kHighBitSet) code |= 0x80;
     }
-    const int unicode = MucCharsetToUnicode(code, conv->gSet[g]);
-    if (unicode < 0) {
-      rc = PASSERR(unicode);
-      break;
+    // The tables of each G set are fetched again only when a designation
+    // has put another charset there.
+    if (cached[g] != conv->gSet[g]) {
+      const int got = GetCharsetTables(conv->gSet[g], &tables[g]);
+      if (got < 0) {
+        rc = PASSERR(got);
+        break;
+      }
+      cached[g] = conv->gSet[g];
     }
+    const int unicode = tables[g].ToUnicode(static_cast<unsigned>(code));
     *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
     conv->currentGL = conv->lockedGL;  // a single shift lasts one character
   }

@@ -219,6 +219,9 @@ TEST(Encode, WhereWeDifferFromIconvOnPurpose) {
   EXPECT_EQ(Encode("CP1251", u"\u4E00"), "?");
   // Yen sign and overline are JIS-Roman's 0x5C and 0xA2 in Shift-JIS.
   EXPECT_EQ(Encode("Shift-JIS", u"\u00A5\\"), "\\\\");
+  // EUC takes a Latin-1 letter that JIS X 0208 lacks from JIS X 0212, as
+  // iconv does, not as a pass-through byte.
+  EXPECT_EQ(Encode("EUC", u"\u00E9"), IconvEncode("EUC-JP", u"\u00E9"));
   // EUC writes half-width katakana as SS2 and the code's low seven bits.
   EXPECT_EQ(Encode("EUC", u"\uFF71"), "\x8E\x31");
   // JIS writes the internal form.
