@@ -10,27 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "encoding/iconv_oracle.h"
 #include "vosystem/errors.h"
 #include "vosystem/ucconv.h"
 
 namespace {
-
-// iconv of UTF-16 text into an encoding; "" when iconv refuses a character.
-std::string Encode(const char* to, const std::u16string& text) {
-  iconv_t cd = iconv_open(to, "UTF-16LE");
-  EXPECT_NE(cd, reinterpret_cast<iconv_t>(-1)) << to;
-  std::string in(reinterpret_cast<const char*>(text.data()), text.size() * 2);
-  std::string out(text.size() * 8 + 64, '\0');
-  char* i = in.data();
-  char* o = out.data();
-  size_t inLeft = in.size(), outLeft = out.size();
-  size_t rc = iconv(cd, &i, &inLeft, &o, &outLeft);
-  if (rc != static_cast<size_t>(-1)) rc = iconv(cd, nullptr, nullptr, &o, &outLeft);
-  iconv_close(cd);
-  if (rc == static_cast<size_t>(-1)) return "";
-  out.resize(out.size() - outLeft);
-  return out;
-}
 
 // Our decoding of bytes in the named encoding, without a byte-order mark.
 std::u16string Decode(const char* encoding, const std::string& bytes, int* rc = nullptr) {
@@ -112,7 +96,7 @@ std::vector<char16_t> Repertoire(int charset, const char* iconvName, const std::
       if (code <= 0 || MucCharsetToUnicode(code, charset) != u) continue;
     }
     const std::u16string one(1, static_cast<char16_t>(u));
-    if (!Encode(iconvName, one).empty()) chars.push_back(static_cast<char16_t>(u));
+    if (!IconvEncode(iconvName, one).empty()) chars.push_back(static_cast<char16_t>(u));
   }
   return chars;
 }
@@ -143,7 +127,7 @@ TEST(Decode, EveryTypeMatchesIconvOnRandomText) {
     ASSERT_GT(chars.size(), 90u) << c.encoding;
     for (int round = 0; round < 20; ++round) {
       const std::u16string text = RandomText(rng, chars, 1 + round * 7);
-      const std::string bytes = Encode(c.iconvName, text);
+      const std::string bytes = IconvEncode(c.iconvName, text);
       ASSERT_FALSE(bytes.empty()) << c.encoding;
       ASSERT_EQ(Decode(c.encoding, bytes), text) << c.encoding << " round " << round;
     }
@@ -160,13 +144,13 @@ TEST(Decode, Iso2022JpFromIconv) {
   for (int round = 0; round < 40; ++round) {
     const bool two = round % 2;
     const std::u16string text = RandomText(rng, two ? more : kanji, 1 + round * 5);
-    const std::string bytes = Encode(two ? "ISO-2022-JP-2" : "ISO-2022-JP", text);
+    const std::string bytes = IconvEncode(two ? "ISO-2022-JP-2" : "ISO-2022-JP", text);
     ASSERT_FALSE(bytes.empty());
     ASSERT_EQ(Iso2022(bytes), text) << "round " << round;
   }
   // ISO-2022-JP-2's Latin-1 and Greek come by single shift from G2.
   const std::u16string mixed = u"caf\u00E9 \u03B1\u03B2 \u65E5\u672C";
-  EXPECT_EQ(Iso2022(Encode("ISO-2022-JP-2", mixed)), mixed);
+  EXPECT_EQ(Iso2022(IconvEncode("ISO-2022-JP-2", mixed)), mixed);
 }
 
 TEST(Decode, Utf16ByteOrderMarksAndTheMarkOfTheResult) {
@@ -236,8 +220,10 @@ TEST(Decode, JapaneseGuess) {
   }
   EXPECT_EQ(Decode("Japanese", "plain"), u"plain");
   EXPECT_EQ(Decode("Japanese", "\x1B$B\x30\x21\x1B(B"), u"\u4E9C");
-  EXPECT_EQ(Decode("Japanese", Encode("EUC-JP", u"\u65E5\u672C\u8A9E")), u"\u65E5\u672C\u8A9E");
-  EXPECT_EQ(Decode("Japanese", Encode("SHIFT_JIS", u"\u65E5\u672C\u8A9E")), u"\u65E5\u672C\u8A9E");
+  EXPECT_EQ(Decode("Japanese", IconvEncode("EUC-JP", u"\u65E5\u672C\u8A9E")),
+            u"\u65E5\u672C\u8A9E");
+  EXPECT_EQ(Decode("Japanese", IconvEncode("SHIFT_JIS", u"\u65E5\u672C\u8A9E")),
+            u"\u65E5\u672C\u8A9E");
 }
 
 }  // namespace

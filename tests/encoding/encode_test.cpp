@@ -11,28 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "encoding/iconv_oracle.h"
 #include "test_util.h"
 #include "vosystem/errors.h"
 #include "vosystem/ucconv.h"
 #include "vosystem/vostring.h"
 
 namespace {
-
-std::string IconvEncode(const char* to, const std::u16string& text) {
-  iconv_t cd = iconv_open(to, "UTF-16LE");
-  EXPECT_NE(cd, reinterpret_cast<iconv_t>(-1)) << to;
-  std::string in(reinterpret_cast<const char*>(text.data()), text.size() * 2);
-  std::string out(text.size() * 8 + 64, '\0');
-  char* i = in.data();
-  char* o = out.data();
-  size_t inLeft = in.size(), outLeft = out.size();
-  size_t rc = iconv(cd, &i, &inLeft, &o, &outLeft);
-  if (rc != static_cast<size_t>(-1)) rc = iconv(cd, nullptr, nullptr, &o, &outLeft);
-  iconv_close(cd);
-  if (rc == static_cast<size_t>(-1)) return "";
-  out.resize(out.size() - outLeft);
-  return out;
-}
 
 const unsigned short* UC(const std::u16string& s) {
   return reinterpret_cast<const unsigned short*>(s.c_str());
