@@ -192,6 +192,19 @@ int CharsetOutOfRange() {
   return SETERR(VOERROR_InvalidArgument);
 }
 
+// The tables of the charset number in the low 16 bits of charset; null with
+// *rc set (recorded) when the number is out of range or the load fails.
+const TABLES* TablesOf(int charset, int* rc) {
+  const int number = charset & 0xFFFF;
+  if (number >= kCharsetRows) {
+    *rc = CharsetOutOfRange();
+    return nullptr;
+  }
+  const TABLES* t = Loaded(number, rc);
+  if (!t) *rc = PASSERR(*rc);
+  return t;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- tables
@@ -289,10 +302,9 @@ int AddPairsFromFile(const unsigned char* file, size_t size, const char* name, S
 int GetCharsetTables(int charset, CHARSET_TABLES* tables) {
   *tables = CHARSET_TABLES{};
   if (charset == kCharsetUnicode) return 0;
-  if (charset < 0 || charset >= kCharsetRows) return CharsetOutOfRange();
   int rc = 0;
-  const TABLES* t = Loaded(charset, &rc);
-  if (!t) return PASSERR(rc);
+  const TABLES* t = TablesOf(charset & 0x7FFF0000 ? -1 : charset, &rc);  // no form here
+  if (!t) return rc;
   tables->from = t->fromPages;
   tables->fromEncoder = t->fromEncoderPages;
   if (charset != kCharsetLatin1) tables->to = t->toPages;
@@ -325,12 +337,10 @@ void sjis2jis(unsigned char* hi, unsigned char* lo) {
 
 int MucCharsetToUnicode(int code, int charset) {
   if (charset == kCharsetUnicode || charset == kCharsetLatin1) return code;
-  const int number = charset & 0xFFFF;
   const int modifier = charset & 0x7FFF0000;
-  if (number >= kCharsetRows) return CharsetOutOfRange();
   int rc = 0;
-  const TABLES* t = Loaded(number, &rc);
-  if (!t) return PASSERR(rc);
+  const TABLES* t = TablesOf(charset, &rc);
+  if (!t) return rc;
   const SPARSEARRAY* table = t->toUC.load(std::memory_order_acquire);
   unsigned char hi = static_cast<unsigned char>(code >> 8), lo = static_cast<unsigned char>(code);
   switch (modifier) {
@@ -365,12 +375,10 @@ int MucCharsetToUnicode(int code, int charset) {
 
 int MucUnicodeToCharset(int unicode, int charset) {
   if (charset == kCharsetUnicode) return unicode;
-  const int number = charset & 0xFFFF;
   const int modifier = charset & 0x7FFF0000;
-  if (number >= kCharsetRows) return CharsetOutOfRange();
   int rc = 0;
-  const TABLES* t = Loaded(number, &rc);
-  if (!t) return PASSERR(rc);
+  const TABLES* t = TablesOf(charset, &rc);
+  if (!t) return rc;
   const SPARSEARRAY* from = t->fromUC;
   int result = 0;
   if (unicode > 0 && unicode <= 0xFFFF) {

@@ -83,24 +83,6 @@ std::u16string RandomText(std::mt19937& rng, const std::vector<char16_t>& repert
   return s;
 }
 
-// The characters of a charset that iconv round-trips in the encoding,
-// without those where we differ from iconv on purpose.
-std::vector<char16_t> Repertoire(int charset, const char* iconvName, const std::u16string& skip) {
-  std::vector<char16_t> chars;
-  for (int u = 0x20; u < 0xFFFE; ++u) {
-    if ((u >= 0xD800 && u < 0xE000) || u == 0x7F ||
-        skip.find(static_cast<char16_t>(u)) != std::u16string::npos)
-      continue;
-    if (u >= 0x80) {  // held by the charset itself, not only written as Latin-1
-      const int code = MucUnicodeToCharset(u, charset);
-      if (code <= 0 || MucCharsetToUnicode(code, charset) != u) continue;
-    }
-    const std::u16string one(1, static_cast<char16_t>(u));
-    if (!IconvEncode(iconvName, one).empty()) chars.push_back(static_cast<char16_t>(u));
-  }
-  return chars;
-}
-
 struct CASE {
   const char* encoding;  // our name
   const char* iconvName;

@@ -107,22 +107,6 @@ TEST(Encode, InternalFormRoundTripsMixedScripts) {
   }
 }
 
-std::vector<char16_t> Repertoire(int charset, const char* iconvName, const std::u16string& skip) {
-  std::vector<char16_t> chars;
-  for (int u = 0x21; u < 0xFFFE; ++u) {
-    if ((u >= 0x7F && u < 0xA0) || (u >= 0xD800 && u < 0xE000) ||
-        skip.find(static_cast<char16_t>(u)) != std::u16string::npos)
-      continue;
-    if (u >= 0x80) {
-      const int code = MucUnicodeToCharset(u, charset);
-      if (code <= 0 || MucCharsetToUnicode(code, charset) != u) continue;
-    }
-    if (!IconvEncode(iconvName, std::u16string(1, static_cast<char16_t>(u))).empty())
-      chars.push_back(static_cast<char16_t>(u));
-  }
-  return chars;
-}
-
 // The double-byte encoders whose one-byte set is Latin-1 (or, for Shift-JIS,
 // JIS-Roman with the Latin-1 pass-through) write Latin-1 letters as their
 // own byte, where iconv writes the double-byte code; and 0x5C and 0x7E are

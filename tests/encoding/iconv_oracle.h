@@ -6,6 +6,9 @@
 #include <iconv.h>
 
 #include <string>
+#include <vector>
+
+#include "vosystem/ucconv.h"
 
 // iconv of UTF-16 text into an encoding; "" when iconv refuses a character.
 inline std::string IconvEncode(const char* to, const std::u16string& text) {
@@ -22,6 +25,27 @@ inline std::string IconvEncode(const char* to, const std::u16string& text) {
   if (rc == static_cast<size_t>(-1)) return "";
   out.resize(out.size() - outLeft);
   return out;
+}
+
+// The characters of a charset that iconv also writes in its encoding: ASCII
+// and what the charset's own table holds (not what it only writes as Latin-1
+// by passing it through), without controls, surrogates and the characters in
+// skip, where the two differ on purpose.
+inline std::vector<char16_t> Repertoire(int charset, const char* iconvName,
+                                        const std::u16string& skip) {
+  std::vector<char16_t> chars;
+  for (int u = 0x20; u < 0xFFFE; ++u) {
+    if ((u >= 0x7F && u < 0xA0) || (u >= 0xD800 && u < 0xE000) ||
+        skip.find(static_cast<char16_t>(u)) != std::u16string::npos)
+      continue;
+    if (u >= 0x80) {
+      const int code = MucUnicodeToCharset(u, charset);
+      if (code <= 0 || MucCharsetToUnicode(code, charset) != u) continue;
+    }
+    if (!IconvEncode(iconvName, std::u16string(1, static_cast<char16_t>(u))).empty())
+      chars.push_back(static_cast<char16_t>(u));
+  }
+  return chars;
 }
 
 #endif
