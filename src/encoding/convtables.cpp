@@ -56,6 +56,7 @@ struct TABLES {
   const uint16_t* fromPages[256] = {};
   const uint16_t* fromEncoderPages[256] = {};
   uint16_t fromEncoder0[256] = {};
+  unsigned encoderSameBelow = 0;
 };
 
 const uint16_t kZeroPage[256] = {};
@@ -81,6 +82,9 @@ void BuildFlatViews(TABLES& t, const SPARSEARRAY* to, const SPARSEARRAY* from) {
   }
   std::copy(t.fromPages, t.fromPages + 256, t.fromEncoderPages);
   t.fromEncoderPages[0] = t.fromEncoder0;
+  unsigned same = 1;
+  while (same < 256 && t.fromEncoder0[same] == same) ++same;
+  t.encoderSameBelow = same >= 256 ? 256 : same >= 128 ? 128 : 0;
 }
 
 TABLES g_tables[kCharsetRows];
@@ -307,6 +311,7 @@ int GetCharsetTables(int charset, CHARSET_TABLES* tables) {
   if (!t) return rc;
   tables->from = t->fromPages;
   tables->fromEncoder = t->fromEncoderPages;
+  tables->encoderSameBelow = t->encoderSameBelow;
   if (charset != kCharsetLatin1) tables->to = t->toPages;
   return 0;
 }

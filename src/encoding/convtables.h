@@ -35,9 +35,12 @@ int AddPairsFromFile(const unsigned char* file, size_t size, const char* name, S
 // the decoding side the identity: a byte reads as itself), so a lookup is
 // two loads and no test.
 struct CHARSET_TABLES {
-  const uint16_t* const* to = nullptr;    // null: a code is its own character (0, 15)
-  const uint16_t* const* from = nullptr;  // null: a character is its own code (0)
+  const uint16_t* const* to = nullptr;           // null: a code is its own character (0, 15)
+  const uint16_t* const* from = nullptr;         // null: a character is its own code (0)
   const uint16_t* const* fromEncoder = nullptr;  // from, with page 0 as encoders write it
+  // 256 or 128 when every unit from 1 up to that bound encodes as its own
+  // byte, else 0: text of such units can be copied rather than looked up.
+  unsigned encoderSameBelow = 0;
 
   int ToUnicode(unsigned code) const {
     if (!to) return static_cast<int>(code);

@@ -54,40 +54,62 @@ class GSETS {
   bool m_have[4] = {};
 };
 
+// sjis2jis as two lookups, for the loop below that runs it on every
+// character: kLeadRow[lead] is the odd JIS row of a lead byte in the high
+// byte (0 for a byte that leads nothing), kTrail[trail] the step to the even
+// row in the high byte and the cell in the low one. lead row + trail is the
+// JIS code, as sjis2jis computes it for every pair of bytes.
+struct SJIS_STEPS {
+  uint16_t leadRow[256] = {};
+  uint16_t trail[256] = {};
+  constexpr SJIS_STEPS() {
+    for (unsigned b = 0; b < 256; ++b) {
+      if ((b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xEF))
+        leadRow[b] = static_cast<uint16_t>((b - (b < 160 ? 112 : 176)) * 2 - 1) << 8;
+      trail[b] =
+          static_cast<uint16_t>(b < 159 ? (b - (b < 128 ? 31 : 32)) & 0xFF : 0x100 | (b - 126));
+    }
+  }
+};
+constexpr SJIS_STEPS kSjis;
+
 // Shift-JIS: a double byte is a JIS X 0208 code (JIS X 0212 where 0208 has
 // nothing), a single byte JIS-Roman below 0x80 and half-width katakana above.
 int DecodeShiftJis(const unsigned char* p, unsigned short*& out) {
-  CHARSET_TABLES roman, kana, jis, extra;  // copied in: the loop keeps them in registers
-  bool haveExtra = false;
+  CHARSET_TABLES roman, kana, jis, extra;
   int rc = GetCharsetTables(24, &roman);
   if (rc >= 0) rc = GetCharsetTables(27, &kana);
   if (rc >= 0) rc = GetCharsetTables(11, &jis);
   if (rc < 0) return PASSERR(rc);
-  while (*p) {
-    const unsigned b = *p++;
-    const bool lead = (b >= 0x81 && b <= 0x9F) || (b >= 0xE0 && b <= 0xEF);
-    int unicode;
-    if (lead && *p) {
-      // sjis2jis, here where it runs for every character, without branches
-      // (the code values of running text are too varied to predict).
-      const unsigned l = *p++, base = b - 112 - (b >= 160 ? 64u : 0u);
-      const unsigned low = l < 159 ? 1u : 0u;
-      const unsigned hi = base * 2 - low;
-      const unsigned lo = (l - (low ? 31 + (l >= 128 ? 1u : 0u) : 126u)) & 0xFF;
-      unicode = jis.ToUnicode(hi << 8 | lo);
+  // Plain pointers, so that the stores below (to units, as the tables are)
+  // don't make the loop reload them.
+  const uint16_t* const romanPage = roman.to[0];
+  const uint16_t* const kanaPage = kana.to[0];
+  const uint16_t* const* const jisPages = jis.to;
+  const uint16_t* const* extraPages = nullptr;
+  unsigned short* o = out;
+  for (unsigned b; (b = *p) != 0;) {
+    const unsigned row = kSjis.leadRow[b];
+    unsigned unicode;
+    if (row && p[1]) {
+      const unsigned code = row + kSjis.trail[p[1]];
+      p += 2;
+      unicode = jisPages[code >> 8][code & 0xFF];
       if (unicode == 0) {
-        if (!haveExtra) {
+        if (!extraPages) {
           rc = GetCharsetTables(12, &extra);
-          if (rc < 0) return PASSERR(rc);
-          haveExtra = true;
+          if (rc < 0) return out = o, PASSERR(rc);
+          extraPages = extra.to;
         }
-        unicode = extra.ToUnicode(hi << 8 | lo);
+        unicode = extraPages[code >> 8][code & 0xFF];
       }
     } else {
-      unicode = (b & 0x80 ? kana : roman).ToUnicode(b);
+      unicode = (b & 0x80 ? kanaPage : romanPage)[b];
+      ++p;
     }
-    *out++ = unicode ? static_cast<unsigned short>(unicode) : '?';
+    *o++ = static_cast<unsigned short>(unicode ? unicode : '?');
   }
+  out = o;
   return 0;
 }
 
@@ -133,19 +155,21 @@ int DecodeLeadByte(const CONVDATA* conv, const unsigned char* p, unsigned short*
 }
 
 // One byte a character: through the charset's page 0 (or as Latin-1).
-int DecodeSingleByte(const CONVDATA* conv, const unsigned char* p, unsigned short*& out) {
+int DecodeSingleByte(const CONVDATA* conv, const unsigned char* p, size_t n, unsigned short*& out) {
   CHARSET_TABLES t;
   const int rc = GetCharsetTables(conv->charset, &t);
   if (rc < 0) return PASSERR(rc);
+  unsigned short* const o = out;
   if (!t.to) {
-    while (*p) *out++ = *p++;
+    for (size_t i = 0; i < n; ++i) o[i] = p[i];
   } else {
-    const uint16_t* page = t.to[0];  // the identity where the charset has no page 0
-    while (*p) {
-      const uint16_t unicode = page[*p++];
-      *out++ = unicode ? unicode : '?';
+    const uint16_t* const page = t.to[0];  // the identity where the charset has no page 0
+    for (size_t i = 0; i < n; ++i) {
+      const uint16_t unicode = page[p[i]];
+      o[i] = unicode ? unicode : '?';
     }
   }
+  out = o + n;
   return 0;
 }
 
@@ -216,13 +240,19 @@ int MucConvertToUnicode(void* conv, const void* text, unsigned short** result) {
   }
   const size_t n =
       c->type == CONVTYPE_Utf16 ? Utf16Units(bytes) : strlen(reinterpret_cast<const char*>(bytes));
-  if (n > (static_cast<size_t>(INT_MAX) - 4) / 2 - 1) {
+  // A unit a byte (or a UTF-16 unit) at most, and the mark and terminator;
+  // the internal form's readers may write two units for the two bytes of
+  // an escape that turns out to be text.
+  const bool twoPerByte =
+      c->type == CONVTYPE_Jis || c->type == CONVTYPE_Iso2022 || c->type == CONVTYPE_Resfile;
+  const size_t units = (twoPerByte ? 2 : 1) * n + 2;
+  if (n > (static_cast<size_t>(INT_MAX) - 4) / 4) {
     int rc = SETERR(VOERROR_OutOfMemory);
-    GetErrString() << static_cast<unsigned long long>(n) * 2 + 4;
+    GetErrString() << static_cast<unsigned long long>(units) * 2;
     return rc;
   }
   unsigned short* buffer = nullptr;
-  int rc = MmAlloc(&buffer, n * 2 + 4);
+  int rc = MmAlloc(&buffer, units * 2);
   if (rc < 0) return PASSERR(rc);
   unsigned short* out = buffer;
   if (!(c->flags & 1)) *out++ = kBom;
@@ -237,7 +267,7 @@ int MucConvertToUnicode(void* conv, const void* text, unsigned short** result) {
       rc = DecodeLeadByte(c, bytes, out);
       break;
     case CONVTYPE_SingleByte:
-      rc = DecodeSingleByte(c, bytes, out);
+      rc = DecodeSingleByte(c, bytes, n, out);
       break;
     case CONVTYPE_Utf16:
       rc = DecodeUtf16(c, bytes, out);

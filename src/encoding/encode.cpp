@@ -16,10 +16,14 @@
 static const char s_ident[] = "@(#) encode.cpp 1.0";
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+
+#include <emmintrin.h>
 
 #include "encoding/convdata.h"
 #include "encoding/convtables.h"
@@ -408,8 +412,69 @@ int MucConvertUnicodeToISO2022a(const unsigned short* text, char** result) {
 
 // ---------------------------------------------------------------- direct encoders
 
+// jis2sjis as two lookups, for the loop below that runs it on every
+// character: lead[hi] is the Shift-JIS lead byte of a JIS row, trail[odd
+// row * 128 + cell] the trail byte of a cell.
+struct SJIS_STEPS {
+  uint8_t lead[128] = {};
+  uint8_t trail[256] = {};
+  constexpr SJIS_STEPS() {
+    for (unsigned h = 0; h < 128; ++h)
+      lead[h] = static_cast<uint8_t>((h + 1) / 2 + (h < 95 ? 112 : 176));
+    for (unsigned l = 0; l < 128; ++l) {
+      trail[l] = static_cast<uint8_t>(l + 126);
+      trail[128 + l] = static_cast<uint8_t>(l + (l < 96 ? 31 : 32));
+    }
+  }
+};
+constexpr SJIS_STEPS kSjis;
+
+// What the Shift-JIS encoder writes for each unit, in one table built once
+// per process from JIS-Roman and JIS X 0208: a byte below 0x100, a lead and
+// trail byte above, 0 for "?". Pages of nothing share one page of zeros.
+const uint16_t kNoPage[256] = {};
+std::atomic<const uint16_t* const*> g_sjisPages{nullptr};
+std::mutex g_sjisLock;
+
+const uint16_t* const* SjisPages(OUTPUT& out, CHARSETS& sets) {
+  if (const uint16_t* const* pages = g_sjisPages.load(std::memory_order_acquire)) return pages;
+  std::lock_guard<std::mutex> lock(g_sjisLock);
+  if (const uint16_t* const* pages = g_sjisPages.load(std::memory_order_relaxed)) return pages;
+  const CHARSET_TABLES* roman = sets.Get(out, 24);
+  const CHARSET_TABLES* jis = roman ? sets.Get(out, 11) : nullptr;
+  if (!jis) return nullptr;
+  const uint16_t** pages = nullptr;
+  if ((out.rc = MmAlloc(&pages, 256 * sizeof *pages)) < 0) return nullptr;
+  for (unsigned hi = 0; hi < 256; ++hi) {
+    uint16_t page[256];
+    bool any = false;
+    for (unsigned lo = 0; lo < 256; ++lo) {
+      const unsigned c = hi << 8 | lo, one = roman->FromUnicode(c), two = jis->FromUnicode(c);
+      const unsigned h = two >> 8 & 0x7F, l = two & 0x7F;
+      page[lo] = static_cast<uint16_t>(one   ? one
+                                       : two ? kSjis.lead[h] << 8 | kSjis.trail[(h & 1) << 7 | l]
+                                             : 0);
+      any |= page[lo] != 0;
+    }
+    pages[hi] = kNoPage;
+    if (!any) continue;
+    uint16_t* copy = nullptr;
+    if ((out.rc = MmAlloc(&copy, sizeof page)) < 0) {
+      for (unsigned k = 0; k < hi; ++k)
+        if (pages[k] != kNoPage) free(const_cast<uint16_t*>(pages[k]));
+      free(pages);
+      return nullptr;
+    }
+    memcpy(copy, page, sizeof page);
+    pages[hi] = copy;
+  }
+  g_sjisPages.store(pages, std::memory_order_release);
+  return pages;
+}
+
 // One byte where JIS-Roman (with the Latin-1 pass-through) has the
-// character, else two of JIS X 0208 in Shift-JIS form.
+// character, else two of JIS X 0208 in Shift-JIS form. No unit gives more
+// than two bytes, so the output, sized for that, never grows.
 int MucConvertUnicodeToSJIS(void*, const unsigned short* text, char** result, int length) {
   if (!text || !result) return SETERR(VOERROR_InvalidArgument);
   *result = nullptr;
@@ -418,26 +483,35 @@ int MucConvertUnicodeToSJIS(void*, const unsigned short* text, char** result, in
   CHARSETS sets;
   if (!StartOutput(out, n, 2)) return out.rc;
   const CHARSET_TABLES* roman = sets.Get(out, 24);
-  const CHARSET_TABLES* jis = nullptr;
-  for (size_t i = 0; roman && i < n && out.rc >= 0; ++i) {
+  if (!roman) return out.Finish(result);
+  // Plain pointers, so that the stores below don't make the loop reload them.
+  const uint16_t* const* const romanPages = roman->fromEncoder;
+  char* o = out.buffer;
+  size_t i = 0;
+  // Until the first character JIS-Roman lacks, JIS X 0208 needn't be loaded.
+  for (; i < n; ++i) {
     const unsigned c = text[i];
-    int code = roman->FromUnicode(c);
-    if (code) {
-      out.Byte(static_cast<unsigned>(code));
-      continue;
-    }
-    if (!jis && !(jis = sets.Get(out, 11))) break;
-    code = jis->FromUnicode(c);
-    if (code) {
-      // jis2sjis, here where it runs for every character, without branches
-      // (the code values of running text are too varied to predict).
-      const unsigned h = static_cast<unsigned>(code) >> 8, l = static_cast<unsigned>(code) & 0xFF;
-      const unsigned odd = h & 1, add = 126 - odd * (95 - (l >= 96 ? 1u : 0u));
-      out.Two((h + 1) / 2 + 112 + (h >= 95 ? 64u : 0u), (l + add) & 0xFF);
-    } else {
-      out.Byte('?');
+    const unsigned code = romanPages[c >> 8][c & 0xFF];
+    if (!code) break;
+    *o++ = static_cast<char>(code);
+  }
+  if (i < n) {
+    const uint16_t* const* const pages = SjisPages(out, sets);
+    if (!pages) return out.Finish(result);
+    // One lookup a unit and no branch: one byte, two or "?" are chosen by
+    // conditional moves, since running text mixes them too irregularly to
+    // predict. The second byte is always written, the buffer having room for
+    // two a unit.
+    for (; i < n; ++i) {
+      const unsigned c = text[i];
+      const unsigned v = pages[c >> 8][c & 0xFF];
+      const unsigned lead = v >> 8;
+      o[0] = static_cast<char>(lead ? lead : v ? v : '?');
+      o[1] = static_cast<char>(v);
+      o += lead ? 2 : 1;
     }
   }
+  out.length = static_cast<int>(o - out.buffer);
   return out.Finish(result);
 }
 
@@ -543,9 +617,32 @@ int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** resul
   if (t) {
     const CHARSET_TABLES tables = *t;  // in registers: the stores below alias nothing of it
     char* at = out.buffer;
-    for (size_t i = 0; i < n; ++i) {
-      const unsigned u = text[i];
-      const int code = tables.FromUnicode(u);
+    size_t i = 0;
+    if (tables.encoderSameBelow) {
+      // Sixteen units at a time where all of them are their own bytes: each
+      // between 1 and the bound (unit - 1 at most bound - 2, unsigned).
+      const __m128i one = _mm_set1_epi16(1);
+      const __m128i top = _mm_set1_epi16(static_cast<short>(tables.encoderSameBelow - 2));
+      const __m128i zero = _mm_setzero_si128();
+      while (i + 16 <= n) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 8));
+        const __m128i over = _mm_or_si128(_mm_subs_epu16(_mm_sub_epi16(a, one), top),
+                                          _mm_subs_epu16(_mm_sub_epi16(b, one), top));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(over, zero)) != 0xFFFF) {
+          // Look up this block, then try the next.
+          for (const size_t end = i + 16; i < end; ++i) {
+            const int code = tables.FromUnicode(text[i]);
+            at[i] = static_cast<char>(code ? code : '?');
+          }
+          continue;
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(at + i), _mm_packus_epi16(a, b));
+        i += 16;
+      }
+    }
+    for (; i < n; ++i) {
+      const int code = tables.FromUnicode(text[i]);
       at[i] = static_cast<char>(code ? code : '?');
     }
     out.length = static_cast<int>(n);
