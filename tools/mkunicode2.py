@@ -22,8 +22,11 @@ pair and are left out.
 
 Sources, all from Debian packages (see SOURCES below):
   - glibc's charmaps, /usr/share/i18n/charmaps (package locales);
-  - Perl's Encode tables (package perl): the Macintosh charsets that glibc
-    lacks;
+  - Perl's Encode tables (package perl): the Macintosh charsets, which are
+    Apple's published tables, except MacEurope (glibc's agrees with Apple's)
+    and MacUkrainian (Perl has none). glibc's MACINTOSH and MAC-IS predate
+    Apple's current tables (0xC6 is U+0394 there, not U+2206, and MAC-IS has
+    MacRoman's dagger at 0xA0 where Icelandic has U+00DD);
   - Python's codecs: the Windows Thai code page;
   - ICU's converters through uconv (package icu-devtools): ISCII.
 Charsets without a published table on Debian get no entry: the converters
@@ -89,9 +92,9 @@ SOURCES = {
     "MacEurope": ("charmap", "MAC-CENTRALEUROPE", "byte"),
     "MacGreek": ("perl", "MacGreek", "byte"),
     "MacHebrew": ("perl", "MacHebrew", "byte"),
-    "MacIcelandic": ("charmap", "MAC-IS", "byte"),
+    "MacIcelandic": ("perl", "MacIcelandic", "byte"),
     "MacRomanian": ("perl", "MacRomanian", "byte"),
-    "MacRoman": ("charmap", "MACINTOSH", "byte"),
+    "MacRoman": ("perl", "MacRoman", "byte"),
     "MacSymbol": ("perl", "MacSymbol", "byte"),
     "MacThai": ("perl", "MacThai", "byte"),
     "MacTurkish": ("perl", "MacTurkish", "byte"),
@@ -167,12 +170,19 @@ def code_of(data, form):
 
 
 def byte_table_pairs(decode):
-    """Pairs of a one-byte charset from a function that decodes one byte (or None)."""
+    """Pairs of a one-byte charset from a function that decodes one byte (or None).
+
+    An ASCII byte (0x20 to 0x7F) that the source leaves without a character
+    reads as itself. Apple's right-to-left sets are the case: their tables
+    give the ASCII punctuation twice, once for each direction, and the
+    published form maps only the right-to-left copy in the high half, which
+    stays the one the character encodes to."""
     pairs = []
     for b in range(1, 256):
         uni = decode(b)
         if uni is not None and 0 < uni <= 0xFFFF:
             pairs.append((uni, b))
+    pairs += [(b, b) for b in range(0x20, 0x80) if decode(b) is None]
     return pairs
 
 

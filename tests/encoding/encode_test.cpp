@@ -3,7 +3,9 @@
 // internal form from every kind of legacy text, and the string class's
 // encoded members.
 #include <gtest/gtest.h>
+
 #include <iconv.h>
+#include <algorithm>
 
 #include <cstdlib>
 #include <cstring>
@@ -148,9 +150,12 @@ TEST(Encode, DirectEncodersMatchIconvAndRoundTrip) {
     ASSERT_GT(chars.size(), 90u) << c.encoding;
     void* conv = nullptr;
     ASSERT_EQ(MucInitConversion(&conv, c.encoding, 1), 0);
-    for (int round = 0; round < 20; ++round) {
-      std::u16string text;
-      for (int i = 0; i < 1 + round * 7; ++i) text += chars[rng() % chars.size()];
+    // Short random texts, then every character of the repertoire in one.
+    std::u16string all(chars.begin(), chars.end());
+    std::shuffle(all.begin(), all.end(), rng);
+    for (int round = 0; round <= 20; ++round) {
+      std::u16string text = round < 20 ? u"" : all;
+      for (int i = 0; round < 20 && i < 1 + round * 7; ++i) text += chars[rng() % chars.size()];
       const std::string bytes = Encode(c.encoding, text);
       ASSERT_EQ(bytes, IconvEncode(c.iconvName, text)) << c.encoding << " round " << round;
       // Into the internal form and back: the characters that its charsets
