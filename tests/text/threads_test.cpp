@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -85,6 +87,24 @@ TEST(Threads, FirstConversionTablesAreLoadedOnce) {
         ++wrong;
     if (MucCharsetToUnicode(0xB0, 19) != 0x410 || MucUnicodeToCharset(0x3042, 11) != 0x2422)
       ++wrong;
+  });
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+// The Shift-JIS encoder builds its own table from two charsets on first use.
+TEST(Threads, FirstShiftJisEncodingsSeeTheWholeTable) {
+  std::atomic<int> wrong{0};
+  RunTogether([&](int) {
+    void* conv = nullptr;
+    if (MucInitConversion(&conv, "Shift-JIS", 1) != 0) return void(++wrong);
+    const unsigned short text[] = {0x3042, 0x20, 0x65E5, 0xFF71, 0x41, 0};
+    char* out = nullptr;
+    if (MucConvertFromUnicode(conv, text, &out) != 7 || std::string(out) !=
+                                                            "\x82\xA0 \x93\xFA\xB1"
+                                                            "A")
+      ++wrong;
+    free(out);
+    MucStopConversion(conv);
   });
   EXPECT_EQ(wrong.load(), 0);
 }
