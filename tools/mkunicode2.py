@@ -22,11 +22,12 @@ pair and are left out.
 
 Sources, all from Debian packages (see SOURCES below):
   - glibc's charmaps, /usr/share/i18n/charmaps (package locales);
-  - Perl's Encode tables (package perl): the Macintosh charsets, which are
-    Apple's published tables, except MacEurope (glibc's agrees with Apple's)
-    and MacUkrainian (Perl has none). glibc's MACINTOSH and MAC-IS predate
-    Apple's current tables (0xC6 is U+0394 there, not U+2206, and MAC-IS has
-    MacRoman's dagger at 0xA0 where Icelandic has U+00DD);
+  - Perl's Encode tables (package perl): GB 12345, and the Macintosh
+    charsets, which are Apple's published tables, except MacEurope (glibc's
+    agrees with Apple's) and MacUkrainian (Perl's decodes no byte). glibc's
+    MACINTOSH and MAC-IS predate Apple's current tables (0xC6 is U+0394
+    there, not U+2206, and MAC-IS has MacRoman's dagger at 0xA0 where
+    Icelandic has U+00DD);
   - Python's codecs: the Windows Thai code page;
   - ICU's converters through uconv (package icu-devtools): ISCII.
 Charsets without a published table on Debian get no entry: the converters
@@ -52,6 +53,7 @@ CHARMAPS = "/usr/share/i18n/charmaps"
 #   less 0x8080.
 SOURCES = {
     "GB2312": ("charmap", "GB2312", "7bit"),
+    "GB12345": ("perl", "gb12345-raw", "7bit"),
     "BigFive": ("charmap", "BIG5", "native"),
     "CNS01": ("charmap", "EUC-TW", "7bit"),
     "CNS02": ("charmap", "EUC-TW", "cns2"),
@@ -116,7 +118,7 @@ SOURCES = {
 
 # Charsets of the table with no published mapping on Debian, and those built
 # into the library itself.
-MISSING = ["GB12345", "GB7489", "GB7590", "GBHAN", "GB8565", "CNS14", "KSC5657", "JISC6226",
+MISSING = ["GB7489", "GB7590", "GBHAN", "GB8565", "CNS14", "KSC5657", "JISC6226",
            "IBMCP_1040", "IBMCP_1041", "IBMCP_1043", "VO_Thai", "ArabicUC", "IBM1046",
            "MacJapanese"]
 BUILT_IN = ["Unicode", "ISO8859_1", "JIS_Roman", "GB_Roman", "HW_Katakana"]
@@ -186,19 +188,29 @@ def byte_table_pairs(decode):
     return pairs
 
 
-def perl_pairs(name):
+def perl_pairs(name, form):
+    """Pairs of a Perl Encode table: each byte of a one-byte set, or each
+    94x94 code (0x2121 to 0x7E7E) of a raw double-byte one."""
+    if form == "byte":
+        codes = "1..255"
+    else:
+        codes = "map { my $h = $_; map { $h * 256 + $_ } 0x21..0x7E } 0x21..0x7E"
     script = ('use Encode; my $e = Encode::find_encoding($ARGV[0]) or die; '
-              'for my $b (1..255) { my $in = chr($b); my $s = $e->decode($in, Encode::FB_QUIET); '
-              'print "$b ", (length($s) == 1 ? ord($s) : 0), "\\n"; }')
+              'for my $c (' + codes + ') { '
+              'my $in = $c > 255 ? chr($c >> 8) . chr($c & 255) : chr($c); '
+              'my $s = $e->decode($in, Encode::FB_QUIET); '
+              'print "$c ", (length($s) == 1 ? ord($s) : 0), "\\n"; }')
     out = subprocess.run(["perl", "-e", script, name], check=True, stdout=subprocess.PIPE,
                          text=True).stdout
     table = {}
     for line in out.split("\n"):
         if line:
-            b, u = map(int, line.split())
-            if u:
-                table[b] = u
-    return byte_table_pairs(table.get)
+            c, u = map(int, line.split())
+            if u and u != 0xFFFD:
+                table[c] = u
+    if form == "byte":
+        return byte_table_pairs(table.get)
+    return [(u, c) for c, u in sorted(table.items()) if u <= 0xFFFF]
 
 
 def python_pairs(codec):
@@ -232,7 +244,7 @@ def pairs_for(kind, source, form):
     if kind == "charmap":
         pairs = charmap_pairs(source, form)
     elif kind == "perl":
-        pairs = round_trip_last(perl_pairs(source))
+        pairs = round_trip_last(perl_pairs(source, form))
     elif kind == "python":
         pairs = round_trip_last(python_pairs(source))
     elif kind == "uconv":

@@ -142,6 +142,11 @@ TEST(ConvTables, DoubleByteCharsetsMatchIconv) {
     }
     EXPECT_GT(mapped, 6000) << s.iconvName;
   }
+  // GB 12345 has GB 2312's codes, for the traditional forms.
+  EXPECT_EQ(MucCharsetToUnicode(0x3021, 2), MucCharsetToUnicode(0x3021, 1));
+  EXPECT_EQ(MucCharsetToUnicode(0x3028, 2), 0x769A);
+  EXPECT_EQ(MucCharsetToUnicode(0x3028, 1), 0x7691);
+  EXPECT_EQ(MucUnicodeToCharset(0x769A, 2), 0x3028);
   // Shift-JIS single bytes: JIS-Roman below 0x80, half-width katakana above.
   EXPECT_EQ(MucCharsetToUnicode(0x5C, 0x1000B), 0xA5);
   EXPECT_EQ(MucCharsetToUnicode(0xB1, 0x1000B), 0xFF71);
