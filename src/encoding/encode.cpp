@@ -614,39 +614,49 @@ int MucConvertUnicodeTo8Bit(void* conv, const unsigned short* text, char** resul
   CHARSETS sets;
   if (!StartOutput(out, n)) return out.rc;
   const CHARSET_TABLES* t = sets.Get(out, c->charset);
-  if (t) {
-    const CHARSET_TABLES tables = *t;  // in registers: the stores below alias nothing of it
-    char* at = out.buffer;
-    size_t i = 0;
-    if (tables.encoderSameBelow) {
-      // Sixteen units at a time where all of them are their own bytes: each
-      // between 1 and the bound (unit - 1 at most bound - 2, unsigned).
-      const __m128i one = _mm_set1_epi16(1);
-      const __m128i top = _mm_set1_epi16(static_cast<short>(tables.encoderSameBelow - 2));
-      const __m128i zero = _mm_setzero_si128();
-      while (i + 16 <= n) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 8));
-        const __m128i over = _mm_or_si128(_mm_subs_epu16(_mm_sub_epi16(a, one), top),
-                                          _mm_subs_epu16(_mm_sub_epi16(b, one), top));
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(over, zero)) != 0xFFFF) {
-          // Look up this block, then try the next.
-          for (const size_t end = i + 16; i < end; ++i) {
-            const int code = tables.FromUnicode(text[i]);
-            at[i] = static_cast<char>(code ? code : '?');
-          }
-          continue;
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(at + i), _mm_packus_epi16(a, b));
-        i += 16;
-      }
-    }
-    for (; i < n; ++i) {
-      const int code = tables.FromUnicode(text[i]);
-      at[i] = static_cast<char>(code ? code : '?');
-    }
-    out.length = static_cast<int>(n);
+  if (!t) return out.Finish(result);
+  char* const at = out.buffer;
+  out.length = static_cast<int>(n);
+  if (!t->from) {  // Unicode: the low byte
+    for (size_t i = 0; i < n; ++i) at[i] = static_cast<char>(text[i] ? text[i] : '?');
+    return out.Finish(result);
   }
+  const uint16_t* const* const pages = t->fromEncoder;
+  // Four lookups at a time, independent of each other.
+  auto lookUp = [&](size_t i, size_t end) {
+    for (; i + 4 <= end; i += 4) {
+      const unsigned c0 = text[i], c1 = text[i + 1], c2 = text[i + 2], c3 = text[i + 3];
+      const unsigned v0 = pages[c0 >> 8][c0 & 0xFF], v1 = pages[c1 >> 8][c1 & 0xFF];
+      const unsigned v2 = pages[c2 >> 8][c2 & 0xFF], v3 = pages[c3 >> 8][c3 & 0xFF];
+      at[i] = static_cast<char>(v0 ? v0 : '?');
+      at[i + 1] = static_cast<char>(v1 ? v1 : '?');
+      at[i + 2] = static_cast<char>(v2 ? v2 : '?');
+      at[i + 3] = static_cast<char>(v3 ? v3 : '?');
+    }
+    for (; i < end; ++i) {
+      const unsigned v = pages[text[i] >> 8][text[i] & 0xFF];
+      at[i] = static_cast<char>(v ? v : '?');
+    }
+  };
+  size_t i = 0;
+  if (const unsigned bound = t->encoderSameBelow) {
+    // Sixteen units at a time where all of them are their own bytes: each
+    // between 1 and the bound (unit - 1 at most bound - 2, unsigned).
+    const __m128i one = _mm_set1_epi16(1);
+    const __m128i top = _mm_set1_epi16(static_cast<short>(bound - 2));
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= n; i += 16) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 8));
+      const __m128i over = _mm_or_si128(_mm_subs_epu16(_mm_sub_epi16(a, one), top),
+                                        _mm_subs_epu16(_mm_sub_epi16(b, one), top));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi8(over, zero)) == 0xFFFF)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(at + i), _mm_packus_epi16(a, b));
+      else
+        lookUp(i, i + 16);
+    }
+  }
+  lookUp(i, n);
   return out.Finish(result);
 }
 
