@@ -9,6 +9,7 @@ PACKAGES=(
   libicu-dev libxml2-dev libpcre2-dev libre2-dev
   clang libclang-rt-14-dev
   unicode-data locales perl icu-devtools
+  libfribidi-dev
 )
 
 missing=()

@@ -7,5 +7,7 @@ int CmdChars(int argc, char** argv);
 int CmdEncodings(int argc, char** argv);
 int CmdConvert(int argc, char** argv);
 int CmdGrep(int argc, char** argv);
+int CmdBidi(int argc, char** argv);
+int CmdShape(int argc, char** argv);
 
 #endif

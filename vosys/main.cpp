@@ -7,6 +7,8 @@
 //   vosys encodings                  the registry's encodings
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
 //   vosys grep [-i] [-e ENC] PATTERN [FILE...]   lines that match a pattern
+//   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
+//   vosys shape TEXT                 Arabic text in its presentation forms
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -42,6 +44,9 @@ const char kUsage[] =
     "                            print the lines (of the files, or standard input)\n"
     "                            in which the regular expression PATTERN matches,\n"
     "                            with the match marked; -i ignores case\n"
+    "  bidi [--rtl|--ltr] TEXT   print TEXT in visual order (as shown, left to right);\n"
+    "                            -f FILE does each line of FILE\n"
+    "  shape TEXT                print Arabic TEXT in its presentation forms\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -190,6 +195,8 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
   if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
   if (std::strcmp(cmd, "grep") == 0) return CmdGrep(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -22,11 +22,15 @@
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 
+#include "vosystem/bidi.h"
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
+#include "vosystem/glyphs.h"
+#include "vosystem/indic.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/textres.h"
+#include "vosystem/thai.h"
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
