@@ -24,8 +24,10 @@
 
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
+#include "vosystem/filepath.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
+#include "vosystem/system.h"
 #include "vosystem/textres.h"
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
