@@ -33,3 +33,7 @@ for pair in "russian KOI-8" "greek ISO-8859-7" "japanese Shift-JIS" "chinese GB-
   printf '%-9s %-11s %4d bytes, back to UTF-8 unchanged: ' "$1" "$2" "$(wc -c < "build/$1.$2")"
   build/bin/vosys convert -f "$2" -t UTF8 "build/$1.$2"
 done
+echo
+echo "== vosys path: the texts of samples/paths.txt in PC, Mac and Unix syntax"
+mapfile -t paths < samples/paths.txt
+build/bin/vosys path "${paths[@]}"

@@ -6,6 +6,7 @@
 //   vosys chars TEXT                 the character database's view of TEXT
 //   vosys encodings                  the registry's encodings
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
+//   vosys path TEXT...               how each text parses as a path
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -37,6 +38,9 @@ const char kUsage[] =
     "  convert -f FROM -t TO [FILE...]\n"
     "                            convert text (the files, or standard input) from\n"
     "                            one encoding to another\n"
+    "  path TEXT...              how each text parses as a path (\"!PC!C:\\a\", \"!MAC!Disk:a\",\n"
+    "                            \"../a\", ...): stored and display forms, components,\n"
+    "                            extension, the path from here, what is on the disk\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -184,6 +188,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "chars") == 0) return CmdChars(argc - 2, argv + 2);
   if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
   if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "path") == 0) return CmdPath(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
