@@ -37,3 +37,6 @@ echo
 echo "== vosys path: the texts of samples/paths.txt in PC, Mac and Unix syntax"
 mapfile -t paths < samples/paths.txt
 build/bin/vosys path "${paths[@]}"
+echo
+echo "== vosys grep: lines of the samples that match, the match marked"
+build/bin/vosys grep -i 'ЕЩЁ|ψυχ[α-ω]+|[:digit:]+' samples/*.txt

@@ -7,5 +7,6 @@ int CmdChars(int argc, char** argv);
 int CmdEncodings(int argc, char** argv);
 int CmdConvert(int argc, char** argv);
 int CmdPath(int argc, char** argv);
+int CmdGrep(int argc, char** argv);
 
 #endif

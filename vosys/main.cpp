@@ -7,6 +7,7 @@
 //   vosys encodings                  the registry's encodings
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
 //   vosys path TEXT...               how each text parses as a path
+//   vosys grep [-i] [-e ENC] PATTERN [FILE...]   lines that match a pattern
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -41,6 +42,10 @@ const char kUsage[] =
     "  path TEXT...              how each text parses as a path (\"!PC!C:\\a\", \"!MAC!Disk:a\",\n"
     "                            \"../a\", ...): stored and display forms, components,\n"
     "                            extension, the path from here, what is on the disk\n"
+    "  grep [-i] [-e ENCODING] PATTERN [FILE...]\n"
+    "                            print the lines (of the files, or standard input)\n"
+    "                            in which the regular expression PATTERN matches,\n"
+    "                            with the match marked; -i ignores case\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -189,6 +194,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
   if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
   if (std::strcmp(cmd, "path") == 0) return CmdPath(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "grep") == 0) return CmdGrep(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -21,6 +21,7 @@
 enum TEXTID : int;         // number of a text resource (textres.h)
 enum CHAR_ENCODING : int;  // number of a text encoding (ucconv.h)
 class STRUTF8;
+class UCREGEXP;  // a compiled regular expression (ucregexp.h)
 
 // Line terminations.
 enum LINETERM : int { LINETERM_LF = 0, LINETERM_CR = 1, LINETERM_CRLF = 2 };
@@ -141,6 +142,18 @@ class VOSYS_API VOSTRING {
   int FindPrevOf(unsigned short c, int start = 0x7FFFFFFF) const;
   int FindPrevInSet(const VOSTRING& set, int start = 0x7FFFFFFF) const;
   int FindPrevNotInSet(const VOSTRING& set, int start = 0x7FFFFFFF) const;
+
+  // ---- regular expressions (ucregexp.h), from code unit `from` on, as if the
+  // text began there (for "^"). Non-zero on a match [first, last): positions
+  // count from the start of the string, and last is EXCLUSIVE, unlike the
+  // inclusive ranges of the rest of this class. 0 at once if from is at or
+  // past the end (first and last untouched); 0 without a match (both then
+  // (unsigned long)-1). The second form compiles pattern for this one
+  // search, ignoring case if asked.
+  int Search(const UCREGEXP& re, unsigned long& first, unsigned long& last,
+             unsigned long from = 0) const;
+  int Search(const unsigned short* pattern, unsigned long& first, unsigned long& last,
+             bool ignoreCase, unsigned long from = 0) const;
 
   // ---- changing
   VOSTRING& operator=(const VOSTRING& other);

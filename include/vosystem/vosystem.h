@@ -32,6 +32,7 @@
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
+#include "vosystem/ucregexp.h"
 #include "vosystem/ucstring.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
