@@ -501,28 +501,28 @@ int FILEPATH::SetTimeModified(long t) const {
 
 // ---------------------------------------------------------------- search and reduction
 
-void FILEPATH::StripToExisting() {
-  while (!IsEmpty() && !IsRootOnly() && !Exists()) {
-    const int slash = GetText().FindPrevOf('/');
-    if (slash < 0)
-      Clear();
-    else if (slash == 0)
-      *this = FILEPATH("/", CHAR_ENCODING_ASCII);
-    else
-      Mutable().Truncate(slash);
+// Cuts the path at its last "/" until it names something that passes test
+// (or is "/" or empty); a path without "/" is cut to nothing.
+template <class TEST>
+void StripUntil(FILEPATH& path, TEST test) {
+  while (!path.IsEmpty() && !path.IsRootOnly() && !test(path)) {
+    const int slash = path.GetText().FindPrevOf('/');
+    if (slash < 0) {
+      path.Clear();
+    } else {
+      VOSTRING head(UnixEncodeStr);
+      head.Append(path.GetText(), 0, slash > 0 ? slash - 1 : 0);
+      path = head;
+    }
   }
 }
 
+void FILEPATH::StripToExisting() {
+  StripUntil(*this, [](const FILEPATH& p) { return p.Exists() != 0; });
+}
+
 void FILEPATH::StripToFolder() {
-  while (!IsEmpty() && !IsRootOnly() && !IsFolder()) {
-    const int slash = GetText().FindPrevOf('/');
-    if (slash < 0)
-      Clear();
-    else if (slash == 0)
-      *this = FILEPATH("/", CHAR_ENCODING_ASCII);
-    else
-      Mutable().Truncate(slash);
-  }
+  StripUntil(*this, [](const FILEPATH& p) { return p.IsFolder() != 0; });
 }
 
 int FILEPATH::SearchCase() {
