@@ -33,3 +33,14 @@ for pair in "russian KOI-8" "greek ISO-8859-7" "japanese Shift-JIS" "chinese GB-
   printf '%-9s %-11s %4d bytes, back to UTF-8 unchanged: ' "$1" "$2" "$(wc -c < "build/$1.$2")"
   build/bin/vosys convert -f "$2" -t UTF8 "build/$1.$2"
 done
+echo
+echo "== vosys path: the texts of samples/paths.txt in PC, Mac and Unix syntax"
+mapfile -t paths < samples/paths.txt
+build/bin/vosys path "${paths[@]}"
+echo
+echo "== vosys grep: lines of the samples that match, the match marked"
+build/bin/vosys grep -i 'ЕЩЁ|ψυχ[α-ω]+|[:digit:]+' samples/*.txt
+echo
+echo "== vosys bidi and shape: mixed-direction sample lines in visual order, Arabic shaped"
+build/bin/vosys bidi -f samples/bidi.txt
+build/bin/vosys shape 'بلا سلام'

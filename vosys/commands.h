@@ -3,9 +3,16 @@
 #ifndef VOSYS_COMMANDS_H
 #define VOSYS_COMMANDS_H
 
+#include <string>
+
+// The bytes of a file, or of standard input for a null path; false, with a
+// message on standard error, when they can't be read.
+bool ReadInput(const char* path, std::string* bytes);
+
 int CmdChars(int argc, char** argv);
 int CmdEncodings(int argc, char** argv);
 int CmdConvert(int argc, char** argv);
+int CmdPath(int argc, char** argv);
 int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);

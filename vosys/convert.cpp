@@ -16,13 +16,6 @@ namespace {
 
 const char kUsage[] = "usage: vosys convert -f FROM -t TO [FILE...]   (names: vosys encodings)\n";
 
-bool ReadAll(FILE* f, std::string* bytes) {
-  char chunk[65536];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes->append(chunk, n);
-  return !std::ferror(f);
-}
-
 // The row of an encoding name, case ignored; -1 if there is none.
 int RowOf(const char* name) {
   for (int row = 0; row < MucGetNumEncodings(0); ++row)
@@ -91,20 +84,16 @@ int CmdConvert(int argc, char** argv) {
   to = MucNumToName(toRow, 0);
   if (files.empty()) {
     std::string bytes;
-    if (!ReadAll(stdin, &bytes)) return 1;
+    if (!ReadInput(nullptr, &bytes)) return 1;
     return ConvertText(bytes, from, to);
   }
   int status = 0;
   for (const char* path : files) {
-    FILE* f = std::fopen(path, "rb");
     std::string bytes;
-    if (!f || !ReadAll(f, &bytes)) {
-      std::fprintf(stderr, "vosys: can't read %s\n", path);
-      if (f) std::fclose(f);
+    if (!ReadInput(path, &bytes)) {
       status = 1;
       continue;
     }
-    std::fclose(f);
     status |= ConvertText(bytes, from, to);
   }
   return status;

@@ -25,13 +25,6 @@ namespace {
 const char kUsage[] =
     "usage: vosys grep [-i] [-e ENCODING] PATTERN [FILE...]   (names: vosys encodings)\n";
 
-bool ReadAll(FILE* f, std::string* bytes) {
-  char chunk[65536];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes->append(chunk, n);
-  return !std::ferror(f);
-}
-
 // The registry's name of an encoding, case ignored; null if there is none.
 const char* EncodingName(const char* name) {
   for (int row = 0; row < MucGetNumEncodings(1); ++row)
@@ -135,20 +128,16 @@ int CmdGrep(int argc, char** argv) {
   grep.withNames = files.size() > 1;
   if (files.empty()) {
     std::string bytes;
-    if (!ReadAll(stdin, &bytes)) return 2;
+    if (!ReadInput(nullptr, &bytes)) return 2;
     return grep.Search("(standard input)", bytes);
   }
   int status = 1;
   for (const char* path : files) {
-    FILE* f = std::fopen(path, "rb");
     std::string bytes;
-    if (!f || !ReadAll(f, &bytes)) {
-      std::fprintf(stderr, "vosys: can't read %s\n", path);
-      if (f) std::fclose(f);
+    if (!ReadInput(path, &bytes)) {
       status = 2;
       continue;
     }
-    std::fclose(f);
     const int found = grep.Search(path, bytes);
     if (found == 2 || (found == 0 && status == 1)) status = found;
   }

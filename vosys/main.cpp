@@ -6,6 +6,7 @@
 //   vosys chars TEXT                 the character database's view of TEXT
 //   vosys encodings                  the registry's encodings
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
+//   vosys path TEXT...               how each text parses as a path
 //   vosys grep [-i] [-e ENC] PATTERN [FILE...]   lines that match a pattern
 //   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
 //   vosys shape TEXT                 Arabic text in its presentation forms
@@ -40,6 +41,9 @@ const char kUsage[] =
     "  convert -f FROM -t TO [FILE...]\n"
     "                            convert text (the files, or standard input) from\n"
     "                            one encoding to another\n"
+    "  path TEXT...              how each text parses as a path (\"!PC!C:\\a\", \"!MAC!Disk:a\",\n"
+    "                            \"../a\", ...): stored and display forms, components,\n"
+    "                            extension, the path from here, what is on the disk\n"
     "  grep [-i] [-e ENCODING] PATTERN [FILE...]\n"
     "                            print the lines (of the files, or standard input)\n"
     "                            in which the regular expression PATTERN matches,\n"
@@ -194,6 +198,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "chars") == 0) return CmdChars(argc - 2, argv + 2);
   if (std::strcmp(cmd, "encodings") == 0) return CmdEncodings(argc - 2, argv + 2);
   if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "path") == 0) return CmdPath(argc - 2, argv + 2);
   if (std::strcmp(cmd, "grep") == 0) return CmdGrep(argc - 2, argv + 2);
   if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);

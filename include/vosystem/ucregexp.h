@@ -25,10 +25,8 @@
 //                                 and the negated class
 //   \c               any other character c, literally
 //
-// Parsing is one pass with an operator stack, and concatenation is implicit
-// only before an atom: an atom or a group directly followed by "(" doesn't
-// join what follows ("a(b)" is "b", "(a)(b)" is "b"); "(" starts a
-// concatenation only at the start, after "(" or after "|".
+// Parsing is one pass with an operator stack; concatenation is implicit,
+// and parentheses only group ("a(b|c)d" is "abd" or "acd").
 //
 // Matching rule (this engine's own, not leftmost-longest):
 //   - Characters the start state refuses are skipped. The match starts at the

@@ -9,13 +9,13 @@
 //     the alternation;
 //   - anything else is one symbol (MakeSymbol), the current expression.
 // Concatenation is implicit: after anything but "(" and "|", if the next
-// unit is none of ( ) * + ? | the current expression and the concatenation
+// unit is none of ) * + ? | the current expression and the concatenation
 // are pushed. Only units 33 to 126 are tested against that set, so every
-// other unit concatenates. Since "(" is in the set, an atom or group right
-// before "(" is never pushed: "a(b)" reads as "b", and a group joins what
-// stands before it only through a concatenation already pending ("xa(b)"
-// is "xb"). This is the language as applications know it; a group can still
-// open a concatenation at the start, after "(" or after "|".
+// other unit concatenates. An atom or group before "(" is pushed too, and
+// joins the group when the concatenation is reduced (at the next ")" or "|",
+// or at the end): parentheses only group, so "a(b)" is "ab". (Leaving "("
+// in that set would drop the atom: "a(b)" would read as "b", and a group
+// could join only what stood before a concatenation already pending.)
 //
 // Reducing pops an operator and its left operand while the stack's top is a
 // concatenation or an alternation. Operands are always pushed just before an
@@ -572,7 +572,7 @@ uint16_t UREBUFFER::REtoNFA(const unsigned short* pattern, unsigned long length)
       }
     }
     if (error) break;
-    if (c != '(' && c != '|' && i < length && !IsSpecial(pattern[i])) {
+    if (c != '(' && c != '|' && i < length && (pattern[i] == '(' || !IsSpecial(pattern[i]))) {
       Push(current);
       Push(URE_AND);
     }

@@ -124,6 +124,14 @@ int VOSTRING::Assign(const void* src, CHAR_ENCODING e) {
         Clear();
         return 0;
       }
+      // ASCII text, the common case of names and keys, widens as it stands:
+      // it is the same in UTF-8, composed or not.
+      const unsigned char* p = static_cast<const unsigned char*>(src);
+      while (*p && *p < 0x80) ++p;
+      if (!*p) {
+        *this = static_cast<const char*>(src);
+        return 0;
+      }
       unsigned short* units =
           DecodeUtf8(static_cast<const char*>(src), e == CHAR_ENCODING_UTF8_DECOMPOSED);
       if (!units) return VOERROR_Failed;

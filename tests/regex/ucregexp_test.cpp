@@ -166,8 +166,9 @@ TEST(UcRegexp, MatchesByTheScanRule) {
       {u"HELLO", u"say hello", {4, 9}, true, 0},
       {u"[A-C]+", u"xbCa", {1, 4}, true, 0},
       {u"[:upper:]", u"aB", {1, 2}, false, 0},
-      // The language: no concatenation before "(", "-" before "]" literal.
-      {u"a(b)", u"ab", {1, 2}, false, 0},
+      // The language: a group joins what stands before it, "-" before "]" literal.
+      {u"a(b)", u"ab", {0, 2}, false, 0},
+      {u"a(b|c)+d", u"xacbd", {1, 5}, false, 0},
       {u"x(ab)*c|(ab)*c", u"abc", {0, 3}, false, 0},
       {u"[a-]+", u"-a", {0, 2}, false, 0},
       {u"[\\x41-\\x43]+", u"ABCD", {0, 3}, false, 0},
