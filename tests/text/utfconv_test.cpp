@@ -458,3 +458,29 @@ TEST_P(UtfConvTest, HeapConverters) {
   ASSERT_EQ(utf8, expected);
   EXPECT_EQ(HeapToUtf16(utf8), text);
 }
+
+// Text of one kind after every length of ASCII up to 70, so that sequences
+// and pairs straddle each place where a wide block ends, against ICU.
+TEST_P(UtfConvTest, EachKindOfTextAcrossEveryBlockEdgeMatchesIcu) {
+  static const std::pair<char32_t, char32_t> kKinds[] = {
+      {0x80, 0x800}, {0x800, 0xD800}, {0x10000, 0x110000}, {0x20, 0x110000}};
+  std::mt19937 rng(13);
+  for (const auto& [first, last] : kKinds) {
+    for (size_t ascii = 0; ascii <= 70; ++ascii) {
+      Bytes utf8(ascii, 'a');
+      Units utf16(ascii, 'a');
+      while (utf8.size() < 700) {
+        char32_t c = first + rng() % (last - first);
+        if (c >= 0xD800 && c < 0xE000) c = 'b';
+        if (rng() % 16 == 0) c = ' ';
+        AppendUtf8(utf8, c);
+        AppendUtf16(utf16, c);
+      }
+      ASSERT_EQ(IcuToUtf16(utf8), utf16);
+      ASSERT_EQ(ToUtf16(utf8, utf8.size()).out, utf16) << ascii;
+      ASSERT_EQ(ToUtf8(utf16, utf8.size()).out, utf8) << ascii;
+      ASSERT_EQ(HeapToUtf16(utf8), utf16) << ascii;
+      ASSERT_EQ(HeapToUtf8(utf16), utf8) << ascii;
+    }
+  }
+}
