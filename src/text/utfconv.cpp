@@ -14,14 +14,14 @@
 // (utfconv_priv.h). Here are the narrow ones, blocks of 8 to 16 units: with
 // SSE2 (every x86-64) ASCII, emoji and other surrogate pairs; where the
 // processor has SSSE3, whose byte shuffle packs results of varying length,
-// also mixed one- to three-byte text and CJK. The AVX2 and AVX-512 kernels
-// (files of their own) take blocks of 32 to 64 bytes while the zone has room
-// for them and leave the rest of it to the SSSE3 code. What no block takes
-// goes one character at a time, in loops made for runs of one length. Block stores may write a little past the output, but
-// only where the rest of the zone is sure to overwrite it, so the target
-// never holds anything past the returned position. Near the ends of the
-// buffers everything goes character by character with every check. Every
-// path gives the same result as that last one.
+// also mixed one- to three-byte text and CJK. The AVX-512 kernel (a file of
+// its own) takes blocks of 32 to 64 bytes while the zone has room for them
+// and leaves the rest of it to the SSSE3 code; at the AVX2 level only the
+// heap converters' sizing and counting are wide so far. What no block takes
+// goes one character at a time, in loops made for runs of one length. Block stores may write a
+// little past the output, but only where the rest of the zone is sure to overwrite it, so the
+// target never holds anything past the returned position. Near the ends of the buffers everything
+// goes character by character with every check. Every path gives the same result as that last one.
 //
 // The whole-string converters find the terminator and the exact size of the
 // result, allocate it once and run the same zone code over the whole text.
@@ -476,10 +476,7 @@ void DecodeZone(Kernel kernel, const uint8_t*& s, uint16_t*& d, const uint8_t* z
       DecodeZoneAvx512(s, d, zoneEnd);
       DecodeZoneSsse3(s, d, zoneEnd);
       break;
-    case Kernel::kAvx2:
-      DecodeZoneAvx2(s, d, zoneEnd);
-      DecodeZoneSsse3(s, d, zoneEnd);
-      break;
+    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
     case Kernel::kSsse3:
       DecodeZoneSsse3(s, d, zoneEnd);
       break;
@@ -867,10 +864,7 @@ void EncodeZone(Kernel kernel, const uint16_t*& s, uint8_t*& d, const uint16_t* 
       EncodeZoneAvx512(s, d, zoneEnd);
       EncodeZoneSsse3(s, d, zoneEnd);
       break;
-    case Kernel::kAvx2:
-      EncodeZoneAvx2(s, d, zoneEnd);
-      EncodeZoneSsse3(s, d, zoneEnd);
-      break;
+    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
     case Kernel::kSsse3:
       EncodeZoneSsse3(s, d, zoneEnd);
       break;

@@ -168,8 +168,6 @@ inline void EncodeOne(const uint16_t*& s, uint8_t*& d) {
 // will overwrite. They leave the upper halves of the vector registers clear.
 void DecodeZoneAvx512(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd);
 void EncodeZoneAvx512(const uint16_t*& s, uint8_t*& d, const uint16_t* zoneEnd);
-void DecodeZoneAvx2(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd);
-void EncodeZoneAvx2(const uint16_t*& s, uint8_t*& d, const uint16_t* zoneEnd);
 
 }  // namespace utfconv
 
