@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Runs the benchmarks and prints throughput tables with ratios.
 
-UTF converters: each of our functions against ICU (u_strFromUTF8 /
-u_strToUTF8) and, on ASCII, against memcpy of the same buffer. VOSTRING:
+UTF converters: each of our functions on each kernel, in MB/s and as a
+ratio to the SSSE3 kernel of the same run, beside ICU (u_strFromUTF8 /
+u_strToUTF8); then the widest kernel against ICU and, on ASCII, against
+memcpy of the same buffer. VOSTRING:
 against std::u16string and icu::UnicodeString. Character database: lookups,
 decomposition and composition against ICU's properties and normalizers, and
 the time to load the table.
@@ -29,7 +31,8 @@ UTF_OURS = {
 }
 UTF_OTHERS = ["icu", "icu_malloc", "iconv", "memcpy"]
 UTF_SIZES = ["1K", "64K", "4M"]
-CORPORA = ["ascii", "latin", "cyrillic", "cjk", "emoji"]
+CORPORA = ["ascii", "latin", "cyrillic", "cjk", "emoji", "mixed"]
+KERNELS = ["scalar", "sse2", "ssse3", "avx2", "avx512"]
 
 
 def run_benchmark(binary, repetitions, extra):
@@ -37,6 +40,8 @@ def run_benchmark(binary, repetitions, extra):
            "--benchmark_repetitions=%d" % repetitions] + extra
     out = subprocess.run(cmd, check=True, stdout=subprocess.PIPE,
                          stderr=subprocess.DEVNULL, text=True).stdout
+    if not out.strip():  # nothing matched the filter
+        return {}
     runs = defaultdict(list)
     for entry in json.loads(out)["benchmarks"]:
         if entry.get("run_type", "iteration") != "iteration" or entry.get("error_occurred"):
@@ -71,11 +76,47 @@ def print_table(header, rows):
     print()
 
 
-def utf_report(results):
-    # The stream converter is compared with ICU into a buffer made once, the
-    # heap function (a fresh result per call) with ICU into a buffer the
-    # caller mallocs per call.
+def mbps(value):
+    return "%7.0f" % (value / 1e6) if value else "      -"
+
+
+def utf_kernel_report(results):
+    # Every kernel the processor has, and SSSE3 after one call of the widest
+    # (which must leave the registers clean), as ratios to SSSE3.
     for direction, ours in UTF_OURS.items():
+        for function in ours:
+            kernels = [k for k in KERNELS + ["ssse3_after_wide"]
+                       if any(name.startswith("%s/%s:%s/" % (direction, function, k))
+                              for name in results)]
+            if not kernels:
+                continue
+            other = "icu" if function == ours[0] else "icu_malloc"
+            header = (["corpus", "size"] + kernels + [other] +
+                      ["%s/ssse3" % k for k in kernels if k != "ssse3"] + ["%s/ssse3" % other])
+            rows = []
+            for corpus in CORPORA:
+                for size in UTF_SIZES:
+                    def get(impl):
+                        return results.get("%s/%s/%s/%s" % (direction, impl, corpus, size))
+                    base = get("%s:ssse3" % function)
+                    values = [get("%s:%s" % (function, k)) for k in kernels]
+                    row = [corpus, size] + [mbps(v) for v in values] + [mbps(get(other))]
+                    row += [ratio(v, base) for k, v in zip(kernels, values) if k != "ssse3"]
+                    row += [ratio(get(other), base)]
+                    rows.append(row)
+            print("%s, %s: MB/s of UTF-8 text by kernel, and ratios to SSSE3" % (direction, function))
+            print_table(header, rows)
+
+
+def utf_report(results):
+    utf_kernel_report(results)
+    # The widest kernel: the stream converter is compared with ICU into a
+    # buffer made once, the heap function (a fresh result per call) with ICU
+    # into a buffer the caller mallocs per call.
+    widest = next((k for k in reversed(KERNELS)
+                   if any(":%s/" % k in name for name in results)), None)
+    for direction, functions in UTF_OURS.items():
+        ours = ["%s:%s" % (f, widest) for f in functions]
         header = (["corpus", "size"] + ["stream", "heap"] + UTF_OTHERS +
                   ["stream/icu", "heap/icu_malloc", "stream/memcpy"])
         rows = []
@@ -87,8 +128,8 @@ def utf_report(results):
                 row += [ratio(get(ours[0]), get("icu")), ratio(get(ours[1]), get("icu_malloc")),
                         ratio(get(ours[0]), get("memcpy")) if corpus == "ascii" else ""]
                 rows.append(row)
-        print("%s: throughput in GB/s of UTF-8 text (stream = %s, heap = %s)"
-              % (direction, ours[0], ours[1]))
+        print("%s: throughput in GB/s of UTF-8 text, %s kernel (stream = %s, heap = %s)"
+              % (direction, widest, functions[0], functions[1]))
         print_table(header, rows)
 
 
@@ -147,8 +188,12 @@ def main():
     parser.add_argument("--stat", choices=["best", "median"], default="best")
     parser.add_argument("--min-time", default="0.2",
                         help="seconds per benchmark run (--benchmark_min_time)")
+    parser.add_argument("--filter", default=None,
+                        help="only the benchmarks matching this (--benchmark_filter)")
     args = parser.parse_args()
     extra = ["--benchmark_min_time=%s" % args.min_time]
+    if args.filter:
+        extra.append("--benchmark_filter=%s" % args.filter)
 
     found = False
     for name, report in [("utf_bench", utf_report), ("vostring_bench", vostring_report),

@@ -1,7 +1,12 @@
 // Throughput of the UTF-8 <-> UTF-16 converters against ICU, glibc's iconv and
-// memcpy, on five generated corpora at 1 KB, 64 KB and 4 MB of UTF-8 each.
+// memcpy, on six generated corpora at 1 KB, 64 KB and 4 MB of UTF-8 each.
 //
-// Names read "<direction>/<implementation>/<corpus>/<size>". Every benchmark
+// Names read "<direction>/<implementation>/<corpus>/<size>". Our functions
+// run on each kernel the processor has, side by side: the implementation
+// reads "<function>:<kernel>" (the converters are compiled in, which lets
+// the benchmark switch kernels). "<function>:ssse3_after_wide" is the SSSE3
+// kernel after one call of the widest, which must not slow it down: a wide
+// kernel that left the upper halves of the registers dirty would. Every benchmark
 // of a corpus and size counts the text's UTF-8 size as its bytes processed,
 // whichever the direction, so that throughputs compare as times. memcpy
 // copies the same source buffer as the converters of its direction.
@@ -27,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include "text/utfconv_priv.h"
 #include "vosystem/ucstring.h"
 
 namespace {
@@ -73,16 +79,17 @@ void AppendUtf16(std::u16string& out, char32_t c) {
   }
 }
 
-// Draws one letter of a word; the corpus is words of 2 to 10 letters, each
-// followed by a space, with a full stop and a line feed now and then.
-using LetterSource = char32_t (*)(std::mt19937&);
+// Draws one letter of the word-th word; the corpus is words of 2 to 10
+// letters, each followed by a space, with a full stop and a line feed now and
+// then.
+using LetterSource = char32_t (*)(std::mt19937&, size_t word);
 
 // The text stops at the last whole word that fits the size.
 Corpus MakeCorpus(const std::string& name, const Size& size, LetterSource letter,
                   int space_every = 0) {
   std::mt19937 rng(12345);
   Corpus c{name, size.label, {}, {}};
-  for (;;) {
+  for (size_t word = 0;; ++word) {
     std::string word8;
     std::u16string word16;
     auto put = [&](char32_t ch) {
@@ -90,7 +97,7 @@ Corpus MakeCorpus(const std::string& name, const Size& size, LetterSource letter
       AppendUtf16(word16, ch);
     };
     const int len = space_every ? space_every : 2 + static_cast<int>(rng() % 9);
-    for (int i = 0; i < len; ++i) put(letter(rng));
+    for (int i = 0; i < len; ++i) put(letter(rng, word));
     if (rng() % 12 == 0) put(U'.');
     put(rng() % 16 == 0 ? U'\n' : U' ');
     if (c.utf8.size() + word8.size() > size.bytes) return c;
@@ -99,29 +106,38 @@ Corpus MakeCorpus(const std::string& name, const Size& size, LetterSource letter
   }
 }
 
-char32_t AsciiLetter(std::mt19937& rng) {
+char32_t AsciiLetter(std::mt19937& rng, size_t = 0) {
   return U'a' + rng() % 26;
 }
 
 // Mostly ASCII with about one accented letter in twelve, as in French or German.
-char32_t LatinLetter(std::mt19937& rng) {
+char32_t LatinLetter(std::mt19937& rng, size_t = 0) {
   static const char32_t kAccented[] = {U'é', U'è', U'à', U'ç', U'ü', U'ö', U'ä', U'ß', U'ô', U'ñ'};
   return rng() % 12 == 0 ? kAccented[rng() % 10] : AsciiLetter(rng);
 }
 
-char32_t CyrillicLetter(std::mt19937& rng) {
+char32_t CyrillicLetter(std::mt19937& rng, size_t = 0) {
   return 0x0410 + rng() % 64;
 }
 
 // CJK text has few spaces; most punctuation is itself three bytes.
-char32_t CjkLetter(std::mt19937& rng) {
+char32_t CjkLetter(std::mt19937& rng, size_t = 0) {
   const unsigned r = rng() % 100;
   if (r < 3) return r == 0 ? 0x3001 : 0x3002;
   return 0x4E00 + rng() % 0x5200;
 }
 
-char32_t EmojiLetter(std::mt19937& rng) {
+char32_t EmojiLetter(std::mt19937& rng, size_t = 0) {
   return 0x1F300 + rng() % 0x350;
+}
+
+// Runs of words of one script, as in a page that quotes other languages:
+// each run of 8 words draws its script from its number.
+char32_t MixedLetter(std::mt19937& rng, size_t word) {
+  static const LetterSource kScripts[] = {LatinLetter, CyrillicLetter, CjkLetter,
+                                          EmojiLetter, AsciiLetter,    LatinLetter};
+  const uint32_t run = static_cast<uint32_t>(word / 8) * 2654435761u;
+  return kScripts[(run >> 7) % 6](rng, word);
 }
 
 // Each corpus at each size, in the order of kSizes.
@@ -134,6 +150,7 @@ const std::vector<Corpus>& Corpora() {
       all.push_back(MakeCorpus("cyrillic", size, CyrillicLetter));
       all.push_back(MakeCorpus("cjk", size, CjkLetter, 40));
       all.push_back(MakeCorpus("emoji", size, EmojiLetter, 5));
+      all.push_back(MakeCorpus("mixed", size, MixedLetter));
     }
     return all;
   }();
@@ -312,29 +329,73 @@ struct Entry {
   const char* direction;
   const char* implementation;
   BenchFn fn;
+  bool ours;  // run on each kernel
 };
 
 const Entry kEntries[] = {
-    {"utf8_to_utf16", "ConvertUTF8toUTF16", Utf8ToUtf16Stream},
-    {"utf8_to_utf16", "MucConvertUTF8ToUnicode", Utf8ToUtf16Muc},
-    {"utf8_to_utf16", "icu", Utf8ToUtf16Icu},
-    {"utf8_to_utf16", "icu_malloc", Utf8ToUtf16IcuMalloc},
-    {"utf8_to_utf16", "iconv", Utf8ToUtf16Iconv},
-    {"utf8_to_utf16", "memcpy", Utf8Memcpy},
-    {"utf16_to_utf8", "ConvertUTF16toUTF8", Utf16ToUtf8Stream},
-    {"utf16_to_utf8", "MucConvertUnicodeToUTF8", Utf16ToUtf8Muc},
-    {"utf16_to_utf8", "icu", Utf16ToUtf8Icu},
-    {"utf16_to_utf8", "icu_malloc", Utf16ToUtf8IcuMalloc},
-    {"utf16_to_utf8", "iconv", Utf16ToUtf8Iconv},
-    {"utf16_to_utf8", "memcpy", Utf16Memcpy},
+    {"utf8_to_utf16", "ConvertUTF8toUTF16", Utf8ToUtf16Stream, true},
+    {"utf8_to_utf16", "MucConvertUTF8ToUnicode", Utf8ToUtf16Muc, true},
+    {"utf8_to_utf16", "icu", Utf8ToUtf16Icu, false},
+    {"utf8_to_utf16", "icu_malloc", Utf8ToUtf16IcuMalloc, false},
+    {"utf8_to_utf16", "iconv", Utf8ToUtf16Iconv, false},
+    {"utf8_to_utf16", "memcpy", Utf8Memcpy, false},
+    {"utf16_to_utf8", "ConvertUTF16toUTF8", Utf16ToUtf8Stream, true},
+    {"utf16_to_utf8", "MucConvertUnicodeToUTF8", Utf16ToUtf8Muc, true},
+    {"utf16_to_utf8", "icu", Utf16ToUtf8Icu, false},
+    {"utf16_to_utf8", "icu_malloc", Utf16ToUtf8IcuMalloc, false},
+    {"utf16_to_utf8", "iconv", Utf16ToUtf8Iconv, false},
+    {"utf16_to_utf8", "memcpy", Utf16Memcpy, false},
 };
 
+// One conversion of the corpus in the entry's direction.
+void ConvertOnce(const Entry& e, const Corpus& c) {
+  if (e.fn == Utf8ToUtf16Stream) {
+    std::vector<unsigned short> out(c.utf8.size() + 1);
+    const auto* s = reinterpret_cast<const unsigned char*>(c.utf8.data());
+    unsigned short* d = out.data();
+    ConvertUTF8toUTF16(&s, s + c.utf8.size(), &d, out.data() + out.size());
+  } else {
+    std::vector<unsigned char> out(c.utf16.size() * 3 + 1);
+    const unsigned short* s = Units(c);
+    unsigned char* d = out.data();
+    ConvertUTF16toUTF8(&s, s + c.utf16.size(), &d, out.data() + out.size());
+  }
+}
+
+void Register(const std::string& name, BenchFn fn, const Corpus* c, utfconv::Kernel kernel) {
+  benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+    utfconv::ForceKernel(kernel);
+    fn(state, c);
+  })->Unit(benchmark::kMicrosecond);
+}
+
 void RegisterAll() {
+  const utfconv::Kernel best = utfconv::BestKernel();
   for (const Corpus& c : Corpora()) {
     for (const Entry& e : kEntries) {
-      const std::string name =
-          std::string(e.direction) + "/" + e.implementation + "/" + c.name + "/" + c.size;
-      benchmark::RegisterBenchmark(name.c_str(), e.fn, &c)->Unit(benchmark::kMicrosecond);
+      const std::string prefix = std::string(e.direction) + "/" + e.implementation;
+      const std::string suffix = "/" + c.name + "/" + c.size;
+      if (!e.ours) {
+        Register(prefix + suffix, e.fn, &c, best);
+        continue;
+      }
+      for (int k = 0; k <= static_cast<int>(best); ++k) {
+        const auto kernel = static_cast<utfconv::Kernel>(k);
+        Register(prefix + ":" + utfconv::KernelName(kernel) + suffix, e.fn, &c, kernel);
+      }
+      if (best > utfconv::Kernel::kSsse3 &&
+          (e.fn == Utf8ToUtf16Stream || e.fn == Utf16ToUtf8Stream)) {
+        const Entry* entry = &e;
+        const Corpus* corpus = &c;
+        benchmark::RegisterBenchmark((prefix + ":ssse3_after_wide" + suffix).c_str(),
+                                     [=](benchmark::State& state) {
+                                       utfconv::ForceKernel(best);
+                                       ConvertOnce(*entry, *corpus);
+                                       utfconv::ForceKernel(utfconv::Kernel::kSsse3);
+                                       entry->fn(state, corpus);
+                                     })
+            ->Unit(benchmark::kMicrosecond);
+      }
     }
   }
 }

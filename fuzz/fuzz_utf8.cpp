@@ -1,6 +1,8 @@
 // Decodes arbitrary bytes with the stream converter in random source chunks
 // and target sizes, and with MucConvertUTF8ToUnicode; every way must give the
 // same units, and UTF-16 -> UTF-8 -> UTF-16 must give them back unchanged.
+// The converters are compiled in, and the third byte picks their kernel (the
+// scalar one where the processor lacks it); the scalar kernel must agree.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "text/utfconv_priv.h"
 #include "vosystem/ucstring.h"
 
 namespace {
@@ -50,26 +53,37 @@ Units DecodeChunked(const uint8_t* data, size_t size, size_t chunk, size_t room)
   return out;
 }
 
-Units RoundTrip(const Units& units) {
+std::vector<unsigned char> Encode(const Units& units) {
   std::vector<unsigned char> bytes(units.size() * 3 + 1);
   const unsigned short* s = units.data();
   unsigned char* d = bytes.data();
   Check(ConvertUTF16toUTF8(&s, units.data() + units.size(), &d, bytes.data() + bytes.size()) == 0);
+  bytes.resize(static_cast<size_t>(d - bytes.data()));
+  return bytes;
+}
+
+Units RoundTrip(const Units& units) {
+  const std::vector<unsigned char> bytes = Encode(units);
   size_t used;
-  return DecodeWhole(bytes.data(), static_cast<size_t>(d - bytes.data()), &used);
+  return DecodeWhole(bytes.data(), bytes.size(), &used);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < 2) return 0;
+  if (size < 3) return 0;
   const size_t chunk = 1 + data[0] % 64;
   const size_t room = 2 + data[1] % 64;  // a pair needs two units
-  data += 2;
-  size -= 2;
+  const auto kernel = static_cast<utfconv::Kernel>(data[2] % utfconv::kKernelCount);
+  data += 3;
+  size -= 3;
 
   size_t used;
+  utfconv::ForceKernel(utfconv::Kernel::kScalar);
+  const Units model = DecodeWhole(data, size, &used);
+  if (!utfconv::ForceKernel(kernel)) return 0;
   const Units whole = DecodeWhole(data, size, &used);
+  Check(whole == model);
   Units chunked = DecodeChunked(data, size, chunk, room);
   Check(chunked == whole);
 
@@ -85,6 +99,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(memcmp(heap, prefix.data(), prefix.size() * 2) == 0 && heap[n] == 0);
 
   Check(RoundTrip(whole) == whole);
+  // The input's bytes as units too, whatever they hold, encoded by both.
+  const Units raw(reinterpret_cast<const unsigned short*>(data),
+                  reinterpret_cast<const unsigned short*>(data) + size / 2);
+  const std::vector<unsigned char> encoded = Encode(raw);
+  utfconv::ForceKernel(utfconv::Kernel::kScalar);
+  Check(Encode(raw) == encoded);
+  utfconv::ForceKernel(kernel);
 
   // And back through the heap encoder, when the units hold no zero.
   Units terminated(prefix);

@@ -10,15 +10,18 @@
 // Speed. Each converter first works in "zones", stretches of the source in
 // which neither the source nor the target can run out whatever the text
 // holds, so that nothing is checked per character there. Inside a zone text
-// goes in blocks of 8 to 16 units: with SSE2 (every x86-64) ASCII, emoji and
-// other surrogate pairs; where the processor has SSSE3, whose byte shuffle
-// packs results of varying length, also mixed one- to three-byte text and
-// CJK. What no block takes goes one character at a time, in loops made for
-// runs of one length. Block stores may write a little past the output, but
-// only where the rest of the zone is sure to overwrite it, so the target
-// never holds anything past the returned position. Near the ends of the
-// buffers everything goes character by character with every check. Every
-// path gives the same result as that last one.
+// goes in blocks, by the kernel chosen once for the processor
+// (utfconv_priv.h). Here are the narrow ones, blocks of 8 to 16 units: with
+// SSE2 (every x86-64) ASCII, emoji and other surrogate pairs; where the
+// processor has SSSE3, whose byte shuffle packs results of varying length,
+// also mixed one- to three-byte text and CJK. The AVX-512 kernel (a file of
+// its own) takes blocks of 32 to 64 bytes while the zone has room for them
+// and leaves the rest of it to the SSSE3 code; at the AVX2 level only the
+// heap converters' sizing and counting are wide so far. What no block takes
+// goes one character at a time, in loops made for runs of one length. Block stores may write a
+// little past the output, but only where the rest of the zone is sure to overwrite it, so the
+// target never holds anything past the returned position. Near the ends of the buffers everything
+// goes character by character with every check. Every path gives the same result as that last one.
 //
 // The whole-string converters find the terminator and the exact size of the
 // result, allocate it once and run the same zone code over the whole text.
@@ -29,6 +32,7 @@
 #include <tmmintrin.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -36,24 +40,80 @@
 #include <utility>
 
 #include "foundation/errpos.h"
+#include "text/utfconv_priv.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/ucstring.h"
 
 static const char s_ident[] = "@(#) utfconv.cpp 1.0";
 
+namespace utfconv {
+
 namespace {
 
-constexpr uint32_t kReplacement = 0xFFFD;
-constexpr uint32_t kFirstSupplementary = 0x10000;
-constexpr uint32_t kPastUnicode = 0x110000;
-constexpr int32_t kMaxResult = INT32_MAX;
+bool Supports(Kernel kernel) {
+  switch (kernel) {
+    case Kernel::kScalar:
+    case Kernel::kSse2:
+      return true;
+    case Kernel::kSsse3:
+      return __builtin_cpu_supports("ssse3");
+    case Kernel::kAvx2:
+      return __builtin_cpu_supports("avx2");
+    case Kernel::kAvx512:
+      return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+             __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi2");
+  }
+  return false;
+}
 
-inline bool IsHighSurrogate(uint32_t u) {
-  return u - 0xD800 < 0x400;
+// The widest kernel supported, no wider than the environment asks.
+Kernel ChooseKernel() {
+  int widest = kKernelCount - 1;
+  if (const char* name = getenv("VOSYS_UTFCONV_KERNEL")) {
+    for (int k = 0; k < kKernelCount; ++k) {
+      if (strcmp(name, KernelName(static_cast<Kernel>(k))) == 0) widest = k;
+    }
+  } else if (getenv("VOSYS_UTFCONV_SSE2") != nullptr) {
+    widest = static_cast<int>(Kernel::kSse2);
+  }
+  while (!Supports(static_cast<Kernel>(widest))) --widest;
+  return static_cast<Kernel>(widest);
 }
-inline bool IsLowSurrogate(uint32_t u) {
-  return u - 0xDC00 < 0x400;
+
+// Chosen on first use (a static, so once whatever the threads); tests may
+// change it.
+std::atomic<int>& KernelSlot() {
+  static std::atomic<int> slot{static_cast<int>(ChooseKernel())};
+  return slot;
 }
+
+}  // namespace
+
+const char* KernelName(Kernel kernel) {
+  static const char* const kNames[kKernelCount] = {"scalar", "sse2", "ssse3", "avx2", "avx512"};
+  return kNames[static_cast<int>(kernel)];
+}
+
+Kernel BestKernel() {
+  int widest = kKernelCount - 1;
+  while (!Supports(static_cast<Kernel>(widest))) --widest;
+  return static_cast<Kernel>(widest);
+}
+
+Kernel ActiveKernel() {
+  return static_cast<Kernel>(KernelSlot().load(std::memory_order_relaxed));
+}
+
+bool ForceKernel(Kernel kernel) {
+  if (!Supports(kernel)) return false;
+  KernelSlot().store(static_cast<int>(kernel), std::memory_order_relaxed);
+  return true;
+}
+
+namespace {
+
+constexpr int32_t kMaxResult = INT32_MAX;
 
 inline int CountTrailingZeros(unsigned mask) {
   return __builtin_ctz(mask);
@@ -62,23 +122,14 @@ inline int CountTrailingZeros(unsigned mask) {
 // Functions that use SSSE3; they run only where the processor has it.
 #define VOSYS_TARGET_SSSE3 __attribute__((target("ssse3")))
 
-// VOSYS_UTFCONV_SSE2 in the environment keeps to the SSE2 code, so that tests
-// can cover it on any machine.
-bool UseSsse3() {
-  static const bool use =
-      __builtin_cpu_supports("ssse3") && getenv("VOSYS_UTFCONV_SSE2") == nullptr;
-  return use;
-}
-
-// The whole-string converters size their results 32 bytes at a time where
-// the processor has AVX2 (and the variable above isn't set). The functions
-// that use it clear the upper halves of the registers before they return
-// (the compiler doesn't always): SSE code after them would run far slower.
+// The whole-string converters size their results 32 bytes at a time with
+// the AVX2 kernel and above. The functions that use it clear the upper halves
+// of the registers before they return (the compiler doesn't always): SSE code
+// after them would run far slower.
 #define VOSYS_TARGET_AVX2 __attribute__((target("avx2")))
 
 bool UseAvx2() {
-  static const bool use = __builtin_cpu_supports("avx2") && getenv("VOSYS_UTFCONV_SSE2") == nullptr;
-  return use;
+  return ActiveKernel() >= Kernel::kAvx2;
 }
 
 inline __m128i Load16(const void* p) {
@@ -154,65 +205,6 @@ inline __m128i LoadControl(const uint8_t (&control)[16]) {
 }
 
 // ===================================================================== UTF-8 -> UTF-16
-
-// Number of bytes that follow a lead byte, from the lead byte alone.
-inline int TrailBytes(uint8_t lead) {
-  if (lead < 0xC0) return 0;  // ASCII, and stray continuation bytes
-  if (lead < 0xE0) return 1;
-  if (lead < 0xF0) return 2;
-  if (lead < 0xF8) return 3;
-  if (lead < 0xFC) return 4;
-  return 5;
-}
-
-// The marks that the accumulation adds in, by the number of following bytes.
-constexpr uint32_t kMarkSum[6] = {0x0, 0x3080, 0xE2080, 0x3C82080, 0xFA082080, 0x82082080};
-
-// Each byte is added to the value shifted left by 6; the marks go in one
-// subtraction at the end. Following bytes are not inspected.
-inline uint32_t Accumulate(const uint8_t* s, int trail) {
-  uint32_t value = 0;
-  for (int i = 0; i < trail; ++i) value = (value + s[i]) << 6;
-  return value + s[trail] - kMarkSum[trail];
-}
-
-inline int UnitsFor(uint32_t value) {
-  return (value >= kFirstSupplementary && value < kPastUnicode) ? 2 : 1;
-}
-
-// Writes one decoded value: one unit, a surrogate pair, or U+FFFD above
-// U+10FFFF. Values below 0x10000 go out as they are, surrogates included.
-inline void PutValue(uint32_t value, uint16_t*& d) {
-  if (value < kFirstSupplementary) {
-    *d++ = static_cast<uint16_t>(value);
-  } else if (value < kPastUnicode) {
-    value -= kFirstSupplementary;
-    d[0] = static_cast<uint16_t>(0xD800 + (value >> 10));
-    d[1] = static_cast<uint16_t>(0xDC00 + (value & 0x3FF));
-    d += 2;
-  } else {
-    *d++ = kReplacement;
-  }
-}
-
-// Accumulate for two, three and four bytes, spelled out.
-inline uint32_t Value2(const uint8_t* s) {
-  return (uint32_t{s[0]} << 6) + s[1] - kMarkSum[1];
-}
-inline uint32_t Value3(const uint8_t* s) {
-  return (uint32_t{s[0]} << 12) + (uint32_t{s[1]} << 6) + s[2] - kMarkSum[2];
-}
-inline uint32_t Value4(const uint8_t* s) {
-  return (uint32_t{s[0]} << 18) + (uint32_t{s[1]} << 12) + (uint32_t{s[2]} << 6) + s[3] -
-         kMarkSum[3];
-}
-
-// Decodes the sequence at s with no bounds check.
-inline void DecodeOne(const uint8_t*& s, uint16_t*& d) {
-  const int trail = TrailBytes(*s);
-  PutValue(Accumulate(s, trail), d);
-  s += trail + 1;
-}
 
 // Decodes 16 bytes holding four four-byte sequences (leads F0-F7, true
 // continuation bytes) of values from U+10000 to U+10FFFF into 8 units, which
@@ -478,18 +470,33 @@ VOSYS_TARGET_SSSE3 void DecodeZoneSsse3(const uint8_t*& sRef, uint16_t*& dRef,
 // The zones: a sequence needs at most 6 bytes, and gives at most 2 units and
 // never more units than bytes, so no check is needed for sequences that start
 // within min(source left - 5, target left - 1) bytes.
+void DecodeZone(Kernel kernel, const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd) {
+  switch (kernel) {
+    case Kernel::kAvx512:
+      DecodeZoneAvx512(s, d, zoneEnd);
+      DecodeZoneSsse3(s, d, zoneEnd);
+      break;
+    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
+    case Kernel::kSsse3:
+      DecodeZoneSsse3(s, d, zoneEnd);
+      break;
+    case Kernel::kSse2:
+      DecodeZoneSse2(s, d, zoneEnd);
+      break;
+    case Kernel::kScalar:
+      while (s < zoneEnd) DecodeOne(s, d);
+      break;
+  }
+}
+
 void DecodeUnchecked(const uint8_t*& s, const uint8_t* srcEnd, uint16_t*& d,
                      const uint16_t* dstEnd) {
   constexpr ptrdiff_t kMinZone = 32;
-  const bool ssse3 = UseSsse3();
+  const Kernel kernel = ActiveKernel();
   for (;;) {
     const ptrdiff_t zone = std::min(srcEnd - s - 5, dstEnd - d - 1);
     if (zone < kMinZone) return;
-    if (ssse3) {
-      DecodeZoneSsse3(s, d, s + zone);
-    } else {
-      DecodeZoneSse2(s, d, s + zone);
-    }
+    DecodeZone(kernel, s, d, s + zone);
   }
 }
 
@@ -506,60 +513,6 @@ int DecodeChecked(const uint8_t*& s, const uint8_t* srcEnd, uint16_t*& d, const 
 }
 
 // ===================================================================== UTF-16 -> UTF-8
-
-inline int Utf8Length(uint32_t value) {
-  if (value < 0x80) return 1;
-  if (value < 0x800) return 2;
-  if (value < kFirstSupplementary) return 3;
-  return 4;
-}
-
-inline uint32_t CombinePair(uint32_t high, uint32_t low) {
-  return ((high - 0xD800) << 10) + (low - 0xDC00) + kFirstSupplementary;
-}
-
-// Reads one character: a valid surrogate pair when its low half lies before
-// srcEnd, otherwise the unit by itself.
-inline uint32_t ReadCharacter(const uint16_t* s, const uint16_t* srcEnd, int* used) {
-  const uint32_t unit = s[0];
-  if (IsHighSurrogate(unit) && srcEnd - s > 1 && IsLowSurrogate(s[1])) {
-    *used = 2;
-    return CombinePair(unit, s[1]);
-  }
-  *used = 1;
-  return unit;
-}
-
-// Trailing bytes carry six bits each behind 0x80; the first byte carries the
-// rest behind the length mark.
-inline void PutUtf8(uint32_t value, int len, uint8_t*& d) {
-  static constexpr uint8_t kLeadMark[5] = {0x00, 0x00, 0xC0, 0xE0, 0xF0};
-  for (int i = len - 1; i > 0; --i) {
-    d[i] = static_cast<uint8_t>(0x80 | (value & 0x3F));
-    value >>= 6;
-  }
-  d[0] = static_cast<uint8_t>(value | kLeadMark[len]);
-  d += len;
-}
-
-// Encodes one character with no bounds check; the unit after a high
-// surrogate must lie in the source.
-inline void EncodeOne(const uint16_t*& s, uint8_t*& d) {
-  const uint32_t unit = s[0];
-  if (unit < 0x80) {
-    *d++ = static_cast<uint8_t>(unit);
-    s += 1;
-  } else if (unit < 0x800) {
-    PutUtf8(unit, 2, d);
-    s += 1;
-  } else if (!IsHighSurrogate(unit) || !IsLowSurrogate(s[1])) {
-    PutUtf8(unit, 3, d);
-    s += 1;
-  } else {
-    PutUtf8(CombinePair(unit, s[1]), 4, d);
-    s += 2;
-  }
-}
 
 // Encodes 16 ASCII units as 16 bytes; returns false, having written nothing,
 // for anything else.
@@ -905,18 +858,33 @@ VOSYS_TARGET_SSSE3 void EncodeZoneSsse3(const uint16_t*& sRef, uint8_t*& dRef,
 // The zones: a character reads at most 2 units and writes at most 3 bytes per
 // unit read, plus one for a pair, so no check is needed for characters that
 // start within min(source left - 1, (target left - 1) / 3) units.
+void EncodeZone(Kernel kernel, const uint16_t*& s, uint8_t*& d, const uint16_t* zoneEnd) {
+  switch (kernel) {
+    case Kernel::kAvx512:
+      EncodeZoneAvx512(s, d, zoneEnd);
+      EncodeZoneSsse3(s, d, zoneEnd);
+      break;
+    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
+    case Kernel::kSsse3:
+      EncodeZoneSsse3(s, d, zoneEnd);
+      break;
+    case Kernel::kSse2:
+      EncodeZoneSse2(s, d, zoneEnd);
+      break;
+    case Kernel::kScalar:
+      while (s < zoneEnd) EncodeOne(s, d);
+      break;
+  }
+}
+
 void EncodeUnchecked(const uint16_t*& s, const uint16_t* srcEnd, uint8_t*& d,
                      const uint8_t* dstEnd) {
   constexpr ptrdiff_t kMinZone = 32;
-  const bool ssse3 = UseSsse3();
+  const Kernel kernel = ActiveKernel();
   for (;;) {
     const ptrdiff_t zone = std::min(srcEnd - s - 1, (dstEnd - d - 1) / 3);
     if (zone < kMinZone) return;
-    if (ssse3) {
-      EncodeZoneSsse3(s, d, s + zone);
-    } else {
-      EncodeZoneSse2(s, d, s + zone);
-    }
+    EncodeZone(kernel, s, d, s + zone);
   }
 }
 
@@ -1291,11 +1259,7 @@ size_t Utf16Units(const uint8_t* s, size_t n) {
 // Encodes the n units at s and the terminator; returns the end of the bytes.
 uint8_t* EncodeWhole(const uint16_t* s, size_t n, uint8_t* d) {
   // A character that starts before s + n reads the terminator at most.
-  if (UseSsse3()) {
-    EncodeZoneSsse3(s, d, s + n);
-  } else {
-    EncodeZoneSse2(s, d, s + n);
-  }
+  EncodeZone(ActiveKernel(), s, d, s + n);
   *d++ = 0;
   return d;
 }
@@ -1306,11 +1270,7 @@ uint16_t* DecodeWhole(const uint8_t* s, size_t n, uint16_t* d, const uint16_t* d
   // A sequence that starts before s + n - 5 lies in the text whatever its lead.
   const uint8_t* const end = s + n;
   const uint8_t* const zoneEnd = n > 5 ? end - 5 : s;
-  if (UseSsse3()) {
-    DecodeZoneSsse3(s, d, zoneEnd);
-  } else {
-    DecodeZoneSse2(s, d, zoneEnd);
-  }
+  DecodeZone(ActiveKernel(), s, d, zoneEnd);
   DecodeChecked(s, end, d, dstEnd);
   return d;
 }
@@ -1322,6 +1282,7 @@ int TooLong(size_t bytes) {
 }
 
 }  // namespace
+}  // namespace utfconv
 
 extern "C" {
 
@@ -1329,8 +1290,8 @@ int ConvertUTF16toUTF8(const unsigned short** src, const unsigned short* srcEnd,
                        unsigned char** dst, const unsigned char* dstEnd) {
   const uint16_t* s = *src;
   uint8_t* d = *dst;
-  EncodeUnchecked(s, srcEnd, d, dstEnd);
-  const int rc = EncodeChecked(s, srcEnd, d, dstEnd);
+  utfconv::EncodeUnchecked(s, srcEnd, d, dstEnd);
+  const int rc = utfconv::EncodeChecked(s, srcEnd, d, dstEnd);
   *src = s;
   *dst = d;
   return rc;
@@ -1340,8 +1301,8 @@ int ConvertUTF8toUTF16(const unsigned char** src, const unsigned char* srcEnd, u
                        const unsigned short* dstEnd) {
   const uint8_t* s = *src;
   uint16_t* d = *dst;
-  DecodeUnchecked(s, srcEnd, d, dstEnd);
-  const int rc = DecodeChecked(s, srcEnd, d, dstEnd);
+  utfconv::DecodeUnchecked(s, srcEnd, d, dstEnd);
+  const int rc = utfconv::DecodeChecked(s, srcEnd, d, dstEnd);
   *src = s;
   *dst = d;
   return rc;
@@ -1354,11 +1315,12 @@ int ConvertUTF8toUTF16(const unsigned char** src, const unsigned char* srcEnd, u
 int MucConvertUnicodeToUTF8(const unsigned short* s, char** out) {
   if (s == nullptr || out == nullptr) return SETERR(VOERROR_InvalidArgument);
   *out = nullptr;
-  const Utf16Measure text = MeasureUtf16(s);  // at most 3 bytes a unit: no overflow
-  if (text.bytes > static_cast<size_t>(kMaxResult)) return VOERROR_OutOfMemory;
+  const utfconv::Utf16Measure text =
+      utfconv::MeasureUtf16(s);  // at most 3 bytes a unit: no overflow
+  if (text.bytes > static_cast<size_t>(utfconv::kMaxResult)) return VOERROR_OutOfMemory;
   unsigned char* buffer = nullptr;
   if (!MmAllocExc(&buffer, text.bytes)) return VOERROR_OutOfMemory;
-  const uint8_t* const end = EncodeWhole(s, text.units, buffer);
+  const uint8_t* const end = utfconv::EncodeWhole(s, text.units, buffer);
   *out = reinterpret_cast<char*>(buffer);
   return static_cast<int>(end - buffer);
 }
@@ -1369,12 +1331,13 @@ int MucConvertUTF8ToUnicode(const char* s, unsigned short** out) {
   *out = nullptr;
   const auto* bytes = reinterpret_cast<const uint8_t*>(s);
   const size_t n = strlen(s);
-  const size_t units = Utf16Units(bytes, n);  // at most n
-  if (units >= static_cast<size_t>(kMaxResult)) return TooLong((units + 1) * sizeof(uint16_t));
+  const size_t units = utfconv::Utf16Units(bytes, n);  // at most n
+  if (units >= static_cast<size_t>(utfconv::kMaxResult))
+    return utfconv::TooLong((units + 1) * sizeof(uint16_t));
   unsigned short* buffer = nullptr;
   const int rc = MmAlloc(&buffer, (units + 1) * sizeof(uint16_t));
   if (rc < 0) return PASSERR(rc);
-  uint16_t* const end = DecodeWhole(bytes, n, buffer, buffer + units);
+  uint16_t* const end = utfconv::DecodeWhole(bytes, n, buffer, buffer + units);
   *end = 0;
   *out = buffer;
   return static_cast<int>(end - buffer);

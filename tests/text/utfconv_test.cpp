@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "text/utfconv_priv.h"
 #include "vosystem/ucstring.h"
 
 #include <unicode/ustring.h>
@@ -212,20 +213,32 @@ void CheckValidText() {
   }
 }
 
+// Each test runs on every kernel, skipping those the processor lacks; the
+// converters are compiled into the test, which switches them.
+class UtfConvTest : public testing::TestWithParam<utfconv::Kernel> {
+ protected:
+  void SetUp() override {
+    if (!utfconv::ForceKernel(GetParam())) {
+      GTEST_SKIP() << "the processor lacks " << utfconv::KernelName(GetParam());
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kernels, UtfConvTest,
+                         testing::Values(utfconv::Kernel::kScalar, utfconv::Kernel::kSse2,
+                                         utfconv::Kernel::kSsse3, utfconv::Kernel::kAvx2,
+                                         utfconv::Kernel::kAvx512),
+                         [](const testing::TestParamInfo<utfconv::Kernel>& info) {
+                           return std::string(utfconv::KernelName(info.param));
+                         });
+
 }  // namespace
 
-TEST(UtfConvTest, ValidTextOfAllPlanesMatchesIcu) {
+TEST_P(UtfConvTest, ValidTextOfAllPlanesMatchesIcu) {
   CheckValidText();
 }
 
-// The same through the SSE2-only code (the variable is read once per process,
-// and each test runs in its own).
-TEST(UtfConvTest, ValidTextThroughSse2Code) {
-  setenv("VOSYS_UTFCONV_SSE2", "1", 1);
-  CheckValidText();
-}
-
-TEST(UtfConvTest, EveryTargetSizeResumesWithoutLoss) {
+TEST_P(UtfConvTest, EveryTargetSizeResumesWithoutLoss) {
   std::mt19937 rng(11);
   const std::u32string text = RandomCodePoints(rng, 700);
   Bytes utf8;
@@ -278,7 +291,7 @@ TEST(UtfConvTest, EveryTargetSizeResumesWithoutLoss) {
   }
 }
 
-TEST(UtfConvTest, Utf16QuirksAndLimits) {
+TEST_P(UtfConvTest, Utf16QuirksAndLimits) {
   EXPECT_EQ(ToUtf8(U({0xD83D, 0xDE00}), 10).out, B({0xF0, 0x9F, 0x98, 0x80}));
   EXPECT_EQ(ToUtf8(U({0xD83D}), 10).out, B({0xED, 0xA0, 0xBD}));  // lone high
   EXPECT_EQ(ToUtf8(U({0xDE00, 0xD83D, 0x41}), 10).out,
@@ -300,7 +313,7 @@ TEST(UtfConvTest, Utf16QuirksAndLimits) {
   EXPECT_EQ(ToUtf8(Units(), 0).rc, 0);
 }
 
-TEST(UtfConvTest, Utf8QuirksOnMalformedInput) {
+TEST_P(UtfConvTest, Utf8QuirksOnMalformedInput) {
   struct Case {
     Bytes in;
     Units out;
@@ -341,7 +354,7 @@ TEST(UtfConvTest, Utf8QuirksOnMalformedInput) {
 
 // Every length up to 300 (the block code's edges), then longer ones; no zero
 // bytes, so that the whole-string converter sees the same text.
-TEST(UtfConvTest, ArbitraryBytesMatchTheModelInEveryChunking) {
+TEST_P(UtfConvTest, ArbitraryBytesMatchTheModelInEveryChunking) {
   std::mt19937 rng(3);
   for (int round = 0; round < 800; ++round) {
     const size_t length = round < 300 ? round : rng() % 5000;
@@ -393,7 +406,7 @@ TEST(UtfConvTest, ArbitraryBytesMatchTheModelInEveryChunking) {
 
 // Any units but 0, in runs of one kind (each range between two bounds, or
 // pairs): the whole-string converter gives what the stream converter gives.
-TEST(UtfConvTest, ArbitraryUnitsThroughTheHeapConverter) {
+TEST_P(UtfConvTest, ArbitraryUnitsThroughTheHeapConverter) {
   static const unsigned kBounds[] = {1, 0x80, 0x800, 0xD800, 0xDC00, 0xE000, 0x10000};
   std::mt19937 rng(5);
   for (int round = 0; round < 700; ++round) {
@@ -416,7 +429,7 @@ TEST(UtfConvTest, ArbitraryUnitsThroughTheHeapConverter) {
   }
 }
 
-TEST(UtfConvTest, HeapConverters) {
+TEST_P(UtfConvTest, HeapConverters) {
   // A sequence cut short by the terminator is dropped, after text of any
   // length: each kind of lead byte, with each number of continuation bytes.
   static const std::pair<int, int> kLeads[] = {
@@ -444,4 +457,30 @@ TEST(UtfConvTest, HeapConverters) {
   const Bytes utf8 = HeapToUtf8(text);
   ASSERT_EQ(utf8, expected);
   EXPECT_EQ(HeapToUtf16(utf8), text);
+}
+
+// Text of one kind after every length of ASCII up to 70, so that sequences
+// and pairs straddle each place where a wide block ends, against ICU.
+TEST_P(UtfConvTest, EachKindOfTextAcrossEveryBlockEdgeMatchesIcu) {
+  static const std::pair<char32_t, char32_t> kKinds[] = {
+      {0x80, 0x800}, {0x800, 0xD800}, {0x10000, 0x110000}, {0x20, 0x110000}};
+  std::mt19937 rng(13);
+  for (const auto& [first, last] : kKinds) {
+    for (size_t ascii = 0; ascii <= 70; ++ascii) {
+      Bytes utf8(ascii, 'a');
+      Units utf16(ascii, 'a');
+      while (utf8.size() < 700) {
+        char32_t c = first + rng() % (last - first);
+        if (c >= 0xD800 && c < 0xE000) c = 'b';
+        if (rng() % 16 == 0) c = ' ';
+        AppendUtf8(utf8, c);
+        AppendUtf16(utf16, c);
+      }
+      ASSERT_EQ(IcuToUtf16(utf8), utf16);
+      ASSERT_EQ(ToUtf16(utf8, utf8.size()).out, utf16) << ascii;
+      ASSERT_EQ(ToUtf8(utf16, utf8.size()).out, utf8) << ascii;
+      ASSERT_EQ(HeapToUtf16(utf8), utf16) << ascii;
+      ASSERT_EQ(HeapToUtf8(utf16), utf8) << ascii;
+    }
+  }
 }
