@@ -25,6 +25,8 @@
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
 #include "vosystem/filepath.h"
+#include "vosystem/fileraw.h"
+#include "vosystem/genericrw.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/system.h"
