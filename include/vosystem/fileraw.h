@@ -36,7 +36,7 @@ enum FILE_SHARE : int { FILE_SHARE_All = 0, FILE_SHARE_Exclusive = 1 };
 
 struct FILE_RAW_PRIV;
 
-class VOSYS_API FILE_RAW : public GENERICRW {
+class VOSYS_API FILE_RAW final : public GENERICRW {
  public:
   FILE_RAW();
   ~FILE_RAW();

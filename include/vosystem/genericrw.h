@@ -68,7 +68,7 @@ class VOSYS_API GENERICRW {
 // A stream over a block of the C heap that grows as it is written. Its size
 // is at most 0x7FFFFFFF bytes. Bytes that a seek past the end and a later
 // write, or a Resize, bring into the stream read as zero.
-class VOSYS_API GENERICRW_MEMORY : public GENERICRW {
+class VOSYS_API GENERICRW_MEMORY final : public GENERICRW {
  public:
   GENERICRW_MEMORY() = default;
   ~GENERICRW_MEMORY() = default;  // the array frees the data

@@ -36,6 +36,7 @@
 #include "vosystem/ucdecomp.h"
 #include "vosystem/ucregexp.h"
 #include "vosystem/ucstring.h"
+#include "vosystem/viofuncs.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
 
