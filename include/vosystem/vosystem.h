@@ -27,6 +27,7 @@
 #include "vosystem/filepath.h"
 #include "vosystem/fileraw.h"
 #include "vosystem/genericrw.h"
+#include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/system.h"
