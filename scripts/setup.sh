@@ -40,3 +40,12 @@ build/bin/vosys path "${paths[@]}"
 echo
 echo "== vosys grep: lines of the samples that match, the match marked"
 build/bin/vosys grep -i 'ЕЩЁ|ψυχ[α-ω]+|[:digit:]+' samples/*.txt
+echo
+echo "== vosys ini: the bundled settings file, copied to a temporary folder, read and changed"
+settings=$(mktemp -d)
+cp samples/settings.ini "$settings/"
+build/bin/vosys ini get "$settings/settings.ini" Mosaic Description
+build/bin/vosys ini set "$settings/settings.ini" Display Gamma 2.20000
+build/bin/vosys ini set "$settings/settings.ini" Survey Pilot 'Ana Pérez'
+build/bin/vosys ini list "$settings/settings.ini"
+rm -rf "$settings"

@@ -8,5 +8,6 @@ int CmdEncodings(int argc, char** argv);
 int CmdConvert(int argc, char** argv);
 int CmdPath(int argc, char** argv);
 int CmdGrep(int argc, char** argv);
+int CmdIni(int argc, char** argv);
 
 #endif

@@ -8,6 +8,7 @@
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
 //   vosys path TEXT...               how each text parses as a path
 //   vosys grep [-i] [-e ENC] PATTERN [FILE...]   lines that match a pattern
+//   vosys ini get|set|list FILE ...  settings files
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -46,6 +47,10 @@ const char kUsage[] =
     "                            print the lines (of the files, or standard input)\n"
     "                            in which the regular expression PATTERN matches,\n"
     "                            with the match marked; -i ignores case\n"
+    "  ini get FILE GROUP FIELD  print a field of a settings file\n"
+    "  ini set FILE GROUP FIELD VALUE\n"
+    "                            set it (the file is made if missing)\n"
+    "  ini list FILE             every group and field, with its value\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -195,6 +200,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "convert") == 0) return CmdConvert(argc - 2, argv + 2);
   if (std::strcmp(cmd, "path") == 0) return CmdPath(argc - 2, argv + 2);
   if (std::strcmp(cmd, "grep") == 0) return CmdGrep(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
