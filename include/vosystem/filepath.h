@@ -252,8 +252,4 @@ VOSYS_API int match(const char* pattern, const char* name);
 // Extension, creator and type; ended by a row with a null extension.
 extern VOSYS_API const char* const MacCreatorCodes[][3];
 
-// Seconds since 1970 from the fields of t, with no time zone; 0 for a year
-// before 1970.
-VOSYS_API time_t TimeTFromTM(const tm* t);
-
 #endif

@@ -48,6 +48,10 @@ VOSYS_API long VioGetOpenFPSize(FILE* fp);
 // or a size of 0 or less; a read error gives -1115 (EIO), -1013 (timed out)
 // or -1107.
 VOSYS_API int VioGetStr(char* buffer, int size, FILE* fp);
+// The path of a reference file found by FILEFIND::LocateReferenceFile, as
+// a new heap UTF-16 string to free; null if name is null or nothing is
+// found. With flag 128 name is 8-bit text, else UTF-16 (narrowed to bytes).
+VOSYS_API unsigned short* VioGetRefFile(const void* name, unsigned long flags);
 // Frees each name and each node; null does nothing.
 VOSYS_API void FreeFNameUCList(FNAMEUCLIST* list);
 // Frees the name of each of count elements and sets it to null; the array

@@ -24,6 +24,7 @@
 
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
+#include "vosystem/filefind.h"
 #include "vosystem/filepath.h"
 #include "vosystem/fileraw.h"
 #include "vosystem/genericrw.h"

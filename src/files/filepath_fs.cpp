@@ -22,6 +22,7 @@ static const char s_ident[] = "@(#) filepath_fs.cpp 1.0";
 #include "files/ospath.h"
 #include "foundation/errpos.h"
 #include "vosystem/errors.h"
+#include "vosystem/filefind.h"
 #include "vosystem/filepath.h"
 #include "vosystem/fileraw.h"
 #include "vosystem/memfunc.h"

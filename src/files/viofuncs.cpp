@@ -17,8 +17,10 @@ static const char s_ident[] = "@(#) viofuncs.cpp 1.0";
 #include <new>
 
 #include "foundation/errpos.h"
+#include "vosystem/filefind.h"
 #include "vosystem/fileraw.h"
 #include "vosystem/system.h"
+#include "vosystem/ucstring.h"
 
 namespace {
 
@@ -230,6 +232,21 @@ int VioGetStr(char* buffer, int size, FILE* fp) {
   }
   if (!ended && n == 0 && size > 1) return -1;
   return n;
+}
+
+unsigned short* VioGetRefFile(const void* name, unsigned long flags) {
+  if (!name) return nullptr;
+  char* narrowed = nullptr;
+  const char* bytes = static_cast<const char*>(name);
+  if (!(flags & 128)) {
+    narrowed = uctostrdup(static_cast<const unsigned short*>(name));
+    if (!narrowed) return nullptr;
+    bytes = narrowed;
+  }
+  FILEPATH path;
+  const int found = FILEFIND::LocateReferenceFile(bytes, path, 0);
+  free(narrowed);
+  return found ? path.GetVioPath().GetString() : nullptr;
 }
 
 void FreeFNameUCList(FNAMEUCLIST* list) {

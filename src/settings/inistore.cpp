@@ -45,6 +45,7 @@ static const char s_ident[] = "@(#) inistore.cpp 1.0";
 #include <new>
 
 #include "foundation/errpos.h"
+#include "vosystem/filefind.h"
 #include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/viofuncs.h"
@@ -127,21 +128,16 @@ int CreateEmptyFile(const FILEPATH& path) {
   return 0;
 }
 
-// The interim folder search of a settings file: the folders in order, the
-// first that holds the file wins.
-bool SearchSettingsFolders(const char* name, FILEPATH& found) {
-  static const PATHTYPE kFolders[] = {PATHTYPE_UserData, PATHTYPE_Home, PATHTYPE_ProgramFolder,
-                                      PATHTYPE_Current};
-  for (PATHTYPE type : kFolders) {
-    FILEPATH folder(type);
-    if (folder.IsEmpty()) continue;
-    FILEPATH candidate(folder, name, CHAR_ENCODING_ASCII);
-    if (candidate.IsFile()) {
-      found = candidate;
-      return true;
-    }
-  }
-  return false;
+// The folders a settings file is looked for in, in order; the first that
+// holds it wins.
+bool SearchSettingsFolders(const char* name, bool locale, FILEPATH& found) {
+  FILEFIND list;
+  list.AddPath(FILEPATH(PATHTYPE_UserData), FILEFIND::ADDPOSN_Tail);
+  list.AddPath(FILEPATH(PATHTYPE_Home), FILEFIND::ADDPOSN_Tail);
+  if (locale) list.AddLocale(true, FILEFIND::ADDPOSN_Tail);
+  list.AddPath(FILEPATH(PATHTYPE_ProgramFolder), FILEFIND::ADDPOSN_Tail);
+  list.AddPath(FILEPATH(PATHTYPE_Current), FILEFIND::ADDPOSN_Tail);
+  return list.LocateFile(name, found) != 0;
 }
 
 }  // namespace
@@ -202,7 +198,8 @@ int INIHNDPRIV::Create(const void* name, unsigned long flags) {
       m_path = FILEPATH(folder, file, CHAR_ENCODING_ASCII);
       if (!m_path.IsFile()) return NotFound(file);
     } else {
-      if (!SearchSettingsFolders(file, m_path)) return NotFound(file);
+      if (!SearchSettingsFolders(file, (flags & INIOPEN_LocaleFolders) != 0, m_path))
+        return NotFound(file);
       if (!m_readOnly && !m_path.IsWritable() && strcmp(file, kHostName) != 0) {
         // A copy the user may change, in the user's own folder; without one
         // the store stays on the file it found.
