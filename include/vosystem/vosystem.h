@@ -36,6 +36,7 @@
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
+#include "vosystem/ucfprintf.h"
 #include "vosystem/ucregexp.h"
 #include "vosystem/ucstring.h"
 #include "vosystem/viofuncs.h"
