@@ -41,7 +41,8 @@ class VOSYS_API FILEFIND {
   };
 
   // Where the folder "locale" was found: the parent of one folder per
-  // language code. Looked for once per process.
+  // language code. Looked for once per process (by AddLocale); a thread may
+  // read it, but must copy it only while no other thread does.
   static FILEPATH s_LocaleDir;
 
   explicit FILEFIND(LOCATIONS locations = 0);

@@ -4,7 +4,7 @@
 // library's own file is found with dladdr on one of its functions.
 //
 // The search runs once (a once-flag makes a first use from several threads
-// safe) and uses nothing but the file system: the character database and
+// safe; the result is never freed) and uses nothing but the file system: the character database and
 // the conversion tables are loaded through it, so it must not ask them.
 #include "files/datafolder.h"
 
@@ -51,9 +51,15 @@ FILEPATH FindDataFolder() {
 
 }  // namespace
 
-const FILEPATH& LibraryDataFolder() {
+// The folder is kept as plain units, not as a FILEPATH: the texts of
+// VOSTRING copies share one body whose count isn't atomic, so a path that
+// threads copied at once would be a race.
+FILEPATH LibraryDataFolder() {
   static std::once_flag s_once;
-  static FILEPATH s_folder;
-  std::call_once(s_once, [] { s_folder = FindDataFolder(); });
-  return s_folder;
+  static unsigned short* s_units = nullptr;
+  std::call_once(s_once, [] {
+    const FILEPATH found = FindDataFolder();
+    if (!found.IsEmpty()) s_units = found.GetEncoded().GetString();
+  });
+  return s_units ? FILEPATH(s_units) : FILEPATH();
 }

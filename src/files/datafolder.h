@@ -8,7 +8,8 @@
 // The folder named by VOSYS_DATA_DIR when that is set and not empty, else
 // the one that the build or the installation put beside the library. It
 // counts only if it holds the marker "hdrdesc.ref"; empty if there is none.
-// Found once per process.
-const FILEPATH& LibraryDataFolder();
+// Found once per process; each call gives a path of its own, which shares
+// no text with another thread's.
+FILEPATH LibraryDataFolder();
 
 #endif

@@ -171,18 +171,24 @@ void FILEFIND::AddEnvVar(const char* name, ADDPOSN position) {
   if (FILEPATH::GetEnvPath(name, value)) AddString(value, position, 0xFFFF);
 }
 
+// The folder is kept as plain units besides s_LocaleDir: the paths built
+// from it must share no text between threads (a VOSTRING body's count isn't
+// atomic), so none is a copy of s_LocaleDir.
 void FILEFIND::AddLocale(bool addenglish, ADDPOSN position) {
   static std::once_flag s_found;
+  static unsigned short* s_units = nullptr;
   std::call_once(s_found, [] {
     FILEPATH found;
-    if (LocateReferenceFile("locale", found, 0)) s_LocaleDir = found;
+    if (!LocateReferenceFile("locale", found, 0)) return;
+    s_units = found.GetEncoded().GetString();
+    if (s_units) s_LocaleDir = FILEPATH(s_units);
   });
-  if (s_LocaleDir.IsEmpty()) return;
-  const FILEPATH english(s_LocaleDir, "enu", CHAR_ENCODING_ASCII);
+  if (!s_units) return;
+  const FILEPATH english(FILEPATH(s_units), "enu", CHAR_ENCODING_ASCII);
   if (addenglish && position == ADDPOSN_Front) AddPath(english, ADDPOSN_Front);
   VOSTRING language;
   if (language.IniRead(nullptr, "locale", "language"))
-    AddPath(FILEPATH(s_LocaleDir, language), position);
+    AddPath(FILEPATH(FILEPATH(s_units), language), position);
   if (addenglish && position == ADDPOSN_Tail) AddPath(english, ADDPOSN_Tail);
 }
 

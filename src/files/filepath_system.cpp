@@ -88,7 +88,7 @@ void FILEPATH::SetSystemPath(PATHTYPE type) {
         StripLastComponent();
         break;
       }
-      const FILEPATH& data = LibraryDataFolder();
+      const FILEPATH data = LibraryDataFolder();
       if (!data.IsEmpty())
         *this = data;
       else

@@ -70,27 +70,30 @@ bool IsGroupName(const char* name) {
 
 }  // namespace
 
+// The "["s of the text are few: the search jumps from one to the next and
+// looks back for the line start, rather than walking every line.
 char* INIHNDPRIV::FindGroupHeader(const char* group) {
   if (!m_buffer || !group) return nullptr;
   const size_t n = strlen(group);
   const char* end = m_buffer + m_size;
   const char* usable = nullptr;  // the first header with a line after it
-  for (const char* p = m_buffer; p && p < end; p = NextLine(p, end)) {
-    const char* q = p;
-    while (q < end && IsBlank(*q)) ++q;
+  for (const char* q = m_buffer;
+       (q = static_cast<const char*>(memchr(q, '[', static_cast<size_t>(end - q)))); ++q) {
+    const char* b = q;
+    while (b > m_buffer && IsBlank(b[-1])) --b;
+    if (b > m_buffer && b[-1] != '\n') continue;  // not the first character of its line
     // The "]" behind the name must lie inside the text.
-    if (q < end && *q == '[' && static_cast<size_t>(end - q - 1) > n && q[1 + n] == ']' &&
-        EqualNoCase(q + 1, group, n)) {
-      const char* body = NextLine(q, end);
-      if (!body || body >= end) break;  // the last line: nothing can follow
-      if (!usable) usable = q;
-      // A header with no field before the next header (a group written
-      // again after a header that ended the text) yields to a later one of
-      // the same name; if none has fields, the first one counts.
-      const char* f = body;
-      while (f < end && IsSpace(*f)) ++f;
-      if (f < end && *f != '[') return const_cast<char*>(q);
-    }
+    if (static_cast<size_t>(end - q - 1) <= n || q[1 + n] != ']' || !EqualNoCase(q + 1, group, n))
+      continue;
+    const char* body = NextLine(q, end);
+    if (!body || body >= end) break;  // the last line: nothing can follow
+    if (!usable) usable = q;
+    // A header with no field before the next header (a group written
+    // again after a header that ended the text) yields to a later one of
+    // the same name; if none has fields, the first one counts.
+    const char* f = body;
+    while (f < end && IsSpace(*f)) ++f;
+    if (f < end && *f != '[') return const_cast<char*>(q);
   }
   return const_cast<char*>(usable);
 }
