@@ -13,7 +13,10 @@
 //     loads once, every thread sees the whole table, and a load that failed
 //     stays failed;
 //   - the counter of SetErrPosnDisable/SetErrPosnEnable, which conversions
-//     use on their own.
+//     use on their own;
+//   - the default settings store (a null INI handle), made once by the first
+//     thread that asks and locked for each call, and the folders the file
+//     locator finds once (the library's data folder, the locale folder).
 //
 // What is process-wide and not guarded: the last-error record (code, text,
 // module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
