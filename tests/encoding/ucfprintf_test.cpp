@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <clocale>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -65,7 +66,9 @@ TEST_F(FPrintf, DirectivesWriteWhatSnprintfWritesInTheCLocale) {
     const int length = isInt ? static_cast<int>(rng() % 3) : 0;  // none, l, ll
     dir += std::string(static_cast<size_t>(length), 'l') + conv;
     char buf[256];
-    const long long v = static_cast<long long>(rng()) * (rng() % 2 ? 1 : -1) << (rng() % 32);
+    const long long magnitude =
+        static_cast<long long>(static_cast<uint64_t>(rng()) << (rng() % 31));
+    const long long v = rng() % 2 ? magnitude : -magnitude;
     const double x = (static_cast<double>(rng()) - 2e9) / (1 + rng() % 1000);
     if (isInt && length == 0) snprintf(buf, sizeof buf, dir.c_str(), static_cast<int>(v));
     if (isInt && length == 1) snprintf(buf, sizeof buf, dir.c_str(), static_cast<long>(v));
