@@ -27,8 +27,10 @@ std::string& FilePath() {
     // costs nothing, so the fuzzer runs there when it can.
     const char* tmp = getenv("TMPDIR");
     const bool shm = access("/dev/shm", W_OK) == 0;
-    static std::string folder =
-        std::string(shm ? "/dev/shm" : tmp && *tmp ? tmp : "/tmp") + "/fuzz-ini-XXXXXX";
+    static std::string folder = std::string(shm           ? "/dev/shm"
+                                            : tmp && *tmp ? tmp
+                                                          : "/tmp") +
+                                "/fuzz-ini-XXXXXX";
     if (!mkdtemp(&folder[0])) abort();
     path = folder + "/f.ini";
     atexit([] {
