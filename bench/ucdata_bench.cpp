@@ -18,8 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "files/reffile.h"
+#include "files/readfile.h"
 #include "text/ucdata_table.h"
+#include "vosystem/filefind.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
 
@@ -254,11 +255,11 @@ void RecomposeIcu(benchmark::State& state) {
 const std::vector<unsigned char>& ReferenceFile() {
   static const std::vector<unsigned char> file = [] {
     std::vector<unsigned char> bytes;
-    std::string path;
+    FILEPATH path;
     unsigned char* data = nullptr;
     size_t size = 0;
-    if (reffile::LocateReferenceFile("ucdata.ref", path) &&
-        reffile::ReadWholeFile(path, SIZE_MAX, &data, &size) == 0) {
+    if (FILEFIND::LocateReferenceFile("ucdata.ref", path, 0) &&
+        ReadWholeFile(path, SIZE_MAX - 1, &data, &size) == 0) {
       bytes.assign(data, data + size);
     }
     free(data);
@@ -305,15 +306,15 @@ void LoadIndex(benchmark::State& state) {
 // The whole load as the library does it, the file read included (from the
 // page cache after the first time).
 void LoadReadIndex(benchmark::State& state) {
-  std::string path;
-  if (!reffile::LocateReferenceFile("ucdata.ref", path)) {
+  FILEPATH path;
+  if (!FILEFIND::LocateReferenceFile("ucdata.ref", path, 0)) {
     state.SkipWithError("ucdata.ref not found");
     return;
   }
   size_t size = 0;
   for (auto _ : state) {
     unsigned char* block = nullptr;
-    if (reffile::ReadWholeFile(path, SIZE_MAX, &block, &size) < 0) {
+    if (ReadWholeFile(path, SIZE_MAX - 1, &block, &size) < 0) {
       state.SkipWithError("ucdata.ref can't be read");
       break;
     }

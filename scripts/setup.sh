@@ -44,3 +44,12 @@ echo
 echo "== vosys bidi and shape: mixed-direction sample lines in visual order, Arabic shaped"
 build/bin/vosys bidi -f samples/bidi.txt
 build/bin/vosys shape 'بلا سلام'
+echo
+echo "== vosys ini: the bundled settings file, copied to a temporary folder, read and changed"
+settings=$(mktemp -d)
+cp samples/settings.ini "$settings/"
+build/bin/vosys ini get "$settings/settings.ini" Mosaic Description
+build/bin/vosys ini set "$settings/settings.ini" Display Gamma 2.20000
+build/bin/vosys ini set "$settings/settings.ini" Survey Pilot 'Ana Pérez'
+build/bin/vosys ini list "$settings/settings.ini"
+rm -rf "$settings"

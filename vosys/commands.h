@@ -16,5 +16,6 @@ int CmdPath(int argc, char** argv);
 int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
+int CmdIni(int argc, char** argv);
 
 #endif

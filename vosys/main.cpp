@@ -10,6 +10,7 @@
 //   vosys grep [-i] [-e ENC] PATTERN [FILE...]   lines that match a pattern
 //   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
 //   vosys shape TEXT                 Arabic text in its presentation forms
+//   vosys ini get|set|list FILE ...  settings files
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -51,6 +52,10 @@ const char kUsage[] =
     "  bidi [--rtl|--ltr] TEXT   print TEXT in visual order (as shown, left to right);\n"
     "                            -f FILE does each line of FILE\n"
     "  shape TEXT                print Arabic TEXT in its presentation forms\n"
+    "  ini get FILE GROUP FIELD  print a field of a settings file\n"
+    "  ini set FILE GROUP FIELD VALUE\n"
+    "                            set it (the file is made if missing)\n"
+    "  ini list FILE             every group and field, with its value\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -202,6 +207,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "grep") == 0) return CmdGrep(argc - 2, argv + 2);
   if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

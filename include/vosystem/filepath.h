@@ -90,6 +90,8 @@ class VOSYS_API FILEPATH {
   FILEPATH(const FILEPATH& base, const unsigned short* name);
   FILEPATH(const FILEPATH& base, const char* name, CHAR_ENCODING e);
   explicit FILEPATH(PATHTYPE type);
+  // The path stored in a settings field (IniRead).
+  FILEPATH(void* inihandle, const char* group, const char* field);
   ~FILEPATH();
 
   FILEPATH& operator=(const FILEPATH& other);
@@ -149,6 +151,14 @@ class VOSYS_API FILEPATH {
   VOSTRING GetEncoded() const;     // "!UNIX!/a/b", for storing
   VOSTRING GetDisplay() const;     // components holding ":" quoted, ":" shown as "/"
   VOSTRING GetQuotedPath() const;  // components holding a blank quoted
+
+  // ---- settings (inifuncs.h)
+  // Clears the path, then appends the text of the field: a stored path
+  // keeps its code ("!UNIX!", "!PC!", ...), which says how to read it. 1 if
+  // the field held a path, else 0.
+  int IniRead(void* handle, const char* group, const char* field);
+  // Stores GetEncoded(): 0 or a negative code.
+  int IniWrite(void* handle, const char* group, const char* field) const;
 
   // ---- statics
   static int IsRelativePath(const unsigned short* text);
@@ -241,9 +251,5 @@ VOSYS_API int match(const char* pattern, const char* name);
 
 // Extension, creator and type; ended by a row with a null extension.
 extern VOSYS_API const char* const MacCreatorCodes[][3];
-
-// Seconds since 1970 from the fields of t, with no time zone; 0 for a year
-// before 1970.
-VOSYS_API time_t TimeTFromTM(const tm* t);
 
 #endif

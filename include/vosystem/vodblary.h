@@ -78,6 +78,13 @@ class SIMPLE_ARRAY {
     m_data = nullptr;
     m_used = m_reserved = 0;
   }
+  // Takes a block of the C heap holding count items, in use and reserved;
+  // the block held before is freed.
+  void Attach(T* data, int count) {
+    if (data != m_data) free(m_data);
+    m_data = data;
+    m_used = m_reserved = data && count > 0 ? count : 0;
+  }
   // Hands the block to the caller (free it); the array is left empty.
   T* Detach() {
     T* p = m_data;

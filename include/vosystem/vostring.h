@@ -194,6 +194,16 @@ class VOSYS_API VOSTRING {
   // ---- encoded text: a heap copy (free it), or null if it can't be made
   char* GetEncoded(CHAR_ENCODING e) const;
 
+  // ---- settings (inifuncs.h), as UTF-16 text. The reads clear the string
+  // and give 1 when a non-empty text was read, else 0, leaving the error
+  // record alone; ReadML joins field, field__2, ... with line feeds. The
+  // writes give what the store gives: 0 or a negative code (a text with a
+  // line feed needs IniWriteML).
+  int IniRead(void* handle, const char* group, const char* field);
+  int IniReadML(void* handle, const char* group, const char* field);
+  int IniWrite(void* handle, const char* group, const char* field) const;
+  int IniWriteML(void* handle, const char* group, const char* field) const;
+
   // ---- formatting
   VOSTRING& operator<<(STR_OP op);
   VOSTRING& operator<<(bool value);
@@ -237,6 +247,7 @@ class VOSYS_API VOSTRING {
   bool MakeExclusive();  // false if a private copy could not be made
   int ReplaceRange(int first, int last, const unsigned short* src, int n);
   int AssignThroughRegistry(const void* src, CHAR_ENCODING e);
+  int TakeIniText(unsigned short* block, int length);
   // A mirror of the body's text pointer, refreshed by every change through
   // this handle. Nothing in the library reads it (a second handle's mirror
   // may be stale); it keeps the handle's layout (text, then body) that

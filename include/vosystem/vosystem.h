@@ -13,7 +13,10 @@
 //     loads once, every thread sees the whole table, and a load that failed
 //     stays failed;
 //   - the counter of SetErrPosnDisable/SetErrPosnEnable, which conversions
-//     use on their own.
+//     use on their own;
+//   - the default settings store (a null INI handle), made once by the first
+//     thread that asks and locked for each call, and the folders the file
+//     locator finds once (the library's data folder, the locale folder).
 //
 // What is process-wide and not guarded: the last-error record (code, text,
 // module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
@@ -25,9 +28,13 @@
 #include "vosystem/bidi.h"
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
+#include "vosystem/filefind.h"
 #include "vosystem/filepath.h"
+#include "vosystem/fileraw.h"
+#include "vosystem/genericrw.h"
 #include "vosystem/glyphs.h"
 #include "vosystem/indic.h"
+#include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/system.h"
@@ -36,8 +43,10 @@
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
+#include "vosystem/ucfprintf.h"
 #include "vosystem/ucregexp.h"
 #include "vosystem/ucstring.h"
+#include "vosystem/viofuncs.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
 

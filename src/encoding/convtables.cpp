@@ -24,8 +24,9 @@ static const char s_ident[] = "@(#) convtables.cpp 1.0";
 #include <mutex>
 
 #include "encoding/convdata.h"
-#include "files/reffile.h"
+#include "files/readfile.h"
 #include "foundation/errpos.h"
+#include "vosystem/filefind.h"
 #include "vosystem/ucconv.h"
 
 namespace {
@@ -138,17 +139,17 @@ bool IsBuiltIn(int charset) {
 }
 
 int AddPairsFromReferenceFile(int charset, SPARSEARRAY* to, SPARSEARRAY* from) {
-  std::string path;
-  if (!reffile::LocateReferenceFile(kFileName, path)) {
+  FILEPATH path;
+  if (!FILEFIND::LocateReferenceFile(kFileName, path, 0)) {
     int rc = SETERR(VOERROR_CannotOpen);
     GetErrString() << kFileName;
     return rc;
   }
   unsigned char* file = nullptr;
   size_t size = 0;
-  if (reffile::ReadWholeFile(path, kMaxFileSize, &file, &size) < 0) {
+  if (ReadWholeFile(path, kMaxFileSize, &file, &size) < 0) {
     int rc = SETERR(VOERROR_CannotOpen);
-    GetErrString() << path.c_str();
+    GetErrString() << path.GetDisplay();
     return rc;
   }
   // Control codes convert in every table charset.

@@ -22,7 +22,9 @@ static const char s_ident[] = "@(#) filepath_fs.cpp 1.0";
 #include "files/ospath.h"
 #include "foundation/errpos.h"
 #include "vosystem/errors.h"
+#include "vosystem/filefind.h"
 #include "vosystem/filepath.h"
+#include "vosystem/fileraw.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/system.h"
 
@@ -79,44 +81,6 @@ bool Fits(CHILDTYPE type, ENTRYKIND kind) {
   if (type == CHILDTYPE_File) return kind == ENTRY_Other;
   return true;
 }
-
-// Reads exactly n bytes, or fewer only at the end of the file; -1 on error.
-ssize_t ReadFull(int fd, char* buffer, size_t n) {
-  size_t done = 0;
-  while (done < n) {
-    const ssize_t got = read(fd, buffer + done, n - done);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return -1;
-    if (got == 0) break;
-    done += static_cast<size_t>(got);
-  }
-  return static_cast<ssize_t>(done);
-}
-
-bool WriteFull(int fd, const char* buffer, size_t n) {
-  while (n > 0) {
-    const ssize_t put = write(fd, buffer, n);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    buffer += put;
-    n -= static_cast<size_t>(put);
-  }
-  return true;
-}
-
-class FD {
- public:
-  FD() = default;
-  ~FD() { Close(); }
-  FD(const FD&) = delete;
-  FD& operator=(const FD&) = delete;
-  int fd = -1;
-  int Close() {
-    const int rc = fd >= 0 ? close(fd) : 0;
-    fd = -1;
-    return rc;
-  }
-};
 
 }  // namespace
 
@@ -345,40 +309,29 @@ int FILEPATH::CopyFileFrom(const FILEPATH& source,
   if (space < 0) return PASSERR(static_cast<int>(space));
   if (size > space) return SETERR(VOERROR_NoSpace);
 
-  FD in, out;
-  {
-    OSPATH os(source);
-    if (!os || (in.fd = open(os.c_str(), O_RDONLY | O_CLOEXEC)) < 0)
-      return source.GenerateErrorCode(VOERROR_CannotOpen);
-  }
+  FILE_RAW in, out;
+  if ((rc = in.Open(source, FILE_ACCESS_Read, FILE_SHARE_All)) < 0) return PASSERR(rc);
   {
     ERRPOSN_DISABLER quiet;
     Remove();
   }
   char* buffer = nullptr;
   if ((rc = MmAllocC(&buffer, 65536)) < 0) return PASSERR(rc);
-  {
-    OSPATH os(*this);
-    if (!os || (out.fd = open(os.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) < 0)
-      rc = GenerateErrorCode(VOERROR_CannotCreate);
-  }
+  // Create, not Write: if the old target couldn't be removed, none of its
+  // bytes may stay behind the copy.
+  rc = out.Open(*this, FILE_ACCESS_Create, FILE_SHARE_All);
   long long remaining = size;
   while (rc >= 0 && remaining > 0) {
     if (progress && (rc = progress(size, remaining, data)) < 0) break;
-    rc = 0;
-    const size_t want = remaining < 65536 ? static_cast<size_t>(remaining) : 65536;
-    const ssize_t got = ReadFull(in.fd, buffer, want);
-    if (got < 0) {
-      rc = source.GenerateErrorCode(VOERROR_ReadFailed);
-    } else if (static_cast<size_t>(got) < want) {
-      rc = SETERR(VOERROR_ShortRead);  // the source shrank under the copy
-    } else if (!WriteFull(out.fd, buffer, want)) {
-      rc = GenerateErrorCode(VOERROR_WriteFailed);
-    }
-    remaining -= static_cast<long long>(want);
+    const long want = remaining < 65536 ? static_cast<long>(remaining) : 65536;
+    // A source that shrank under the copy is a short read.
+    long n = in.Read(buffer, want, false);
+    if (n >= 0) n = out.Write(buffer, want);
+    rc = n < 0 ? PASSERR(static_cast<int>(n)) : 0;
+    remaining -= want;
   }
   free(buffer);
-  if (out.fd >= 0 && out.Close() != 0 && rc >= 0) rc = GenerateErrorCode(VOERROR_WriteFailed);
+  out.Close();
   ERRPOSN_DISABLER quiet;
   if (rc < 0) {
     Remove();  // no partial copy stays
@@ -392,24 +345,34 @@ int FILEPATH::CopyFileFrom(const FILEPATH& source,
 int FILEPATH::GenerateTempFile(const FILEPATH& folder, const VOSTRING& prefix) {
   if (folder.IsEmpty()) return SETERR(VOERROR_TempFile);
   // The name is taken by creating it exclusively: a name that exists, or
-  // that another process takes between two tries, is passed over.
+  // that another process takes between the test and the create, is passed
+  // over.
   for (unsigned n = 1; n <= 99999; ++n) {
     VOSTRING name;
     name << STR_WIDTH4 << prefix << STR_FILL_ZERO << STR_WIDTH4 << n << STR_FILL_SPACE;
     name += ".TMP";
     FILEPATH candidate(folder);
     candidate.AppendPath(name);
-    OSPATH os(candidate);
-    if (!os) return SETERR(VOERROR_TempFile);
-    const int fd = open(os.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno == EEXIST) continue;
-    *this = candidate;
-    if (fd < 0) {
-      const int rc = GenerateErrorCode(VOERROR_CannotCreate);
-      return rc == VOERROR_CannotCreate ? SETERR(VOERROR_TempFile) : rc;
+    if (candidate.Exists()) continue;
+    FILE_RAW file;
+    int rc;
+    {
+      ERRPOSN_DISABLER quiet;
+      rc = file.Open(candidate, FILE_ACCESS_CreateNew, FILE_SHARE_All);
     }
-    close(fd);
-    return 0;
+    if (rc >= 0) {
+      *this = candidate;
+      return 0;
+    }
+    if (candidate.Exists()) continue;
+    // Again, to record why the name can't be made.
+    rc = file.Open(candidate, FILE_ACCESS_CreateNew, FILE_SHARE_All);
+    if (rc >= 0) {
+      *this = candidate;
+      return 0;
+    }
+    *this = candidate;
+    return rc == VOERROR_CannotCreate ? SETERR(VOERROR_TempFile) : PASSERR(rc);
   }
   return SETERR(VOERROR_TempFile);
 }

@@ -6,9 +6,10 @@
 #include <new>
 #include <string>
 
+#include "files/datafolder.h"
 #include "files/ospath.h"
-#include "files/reffile.h"
 #include "vosystem/errors.h"
+#include "vosystem/filefind.h"
 #include "vosystem/filepath.h"
 #include "vosystem/system.h"
 
@@ -87,10 +88,9 @@ void FILEPATH::SetSystemPath(PATHTYPE type) {
         StripLastComponent();
         break;
       }
-      const std::string data = reffile::DataFolder();
-      Clear();
-      if (!data.empty())
-        AppendPath(SystemName(OsTextToString(data.c_str())));
+      const FILEPATH data = LibraryDataFolder();
+      if (!data.IsEmpty())
+        *this = data;
       else
         SetSystemPath(PATHTYPE_Current);
       break;
@@ -147,37 +147,6 @@ void FILEPATH::SetSystemPath(PATHTYPE type) {
   }
 }
 
-namespace {
-
-// The first of folder/name over the current folder and the folders of PATH
-// that is a file; empty if none is.
-FILEPATH FindProgram(const VOSTRING& name) {
-  FILEPATH here(PATHTYPE_Current);
-  FILEPATH candidate(here);
-  candidate.AppendPath(name);
-  if (candidate.IsFile()) return candidate;
-  VOSTRING path;
-  if (!FILEPATH::GetEnvPath("PATH", path)) return FILEPATH();
-  for (int start = 0; start <= path.GetLength();) {
-    int end = path.FindNextOf(':', start);
-    if (end < 0) end = path.GetLength();
-    if (end > start) {
-      FILEPATH folder(SystemName(path.GetSubString(start, end - 1)));
-      if (!folder.IsEmpty() && folder.GetText()[0] != '/') {
-        FILEPATH rel(here);  // a relative entry counts from the current folder
-        rel.AppendPath(folder.GetText());
-        folder = rel;
-      }
-      folder.AppendPath(SystemName(name));
-      if (folder.IsFile()) return folder;
-    }
-    start = end + 1;
-  }
-  return FILEPATH();
-}
-
-}  // namespace
-
 void FILEPATH::SetModuleFileName(const char* argv0, CHAR_ENCODING e) {
   delete s_argv0;
   s_argv0 = nullptr;
@@ -186,16 +155,17 @@ void FILEPATH::SetModuleFileName(const char* argv0, CHAR_ENCODING e) {
   VOSTRING text;
   text.Assign(argv0, e);
   FILEPATH given(SystemName(text));
+  // A bare name or a relative path is looked for in the current folder,
+  // then in the folders of PATH; an absolute one that isn't there, by its
+  // name the same way.
+  const FILEFIND search(FILEFIND::LOCATION_Current | FILEFIND::LOCATION_Path);
   FILEPATH result;
   if (text.FindNextOf('/') >= 0 && !IsRelativePath(text)) {
     result = given;
-    if (!given.IsFile()) {
-      const FILEPATH found = FindProgram(given.GetName());
-      if (!found.IsEmpty()) result = found;
-    }
-  } else {
-    result = FindProgram(text);
-    if (result.IsEmpty()) result = given;
+    FILEPATH found;
+    if (!given.IsFile() && search.LocateFile(given.GetName(), found)) result = found;
+  } else if (!search.LocateFile(text, result)) {
+    result = given;
   }
   s_argv0 = new (std::nothrow) VOSTRING(result.GetText());
 }

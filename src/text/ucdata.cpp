@@ -13,11 +13,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
-#include <string>
 
-#include "files/reffile.h"
+#include "files/readfile.h"
 #include "text/ucdata_priv.h"
 #include "text/ucdata_table.h"
+#include "vosystem/filefind.h"
 
 namespace {
 
@@ -44,10 +44,10 @@ inline bool NotLoaded() {
 }
 
 void Load() {
-  std::string path;
-  if (reffile::LocateReferenceFile("ucdata.ref", path)) {
+  FILEPATH path;
+  if (FILEFIND::LocateReferenceFile("ucdata.ref", path, 0)) {
     size_t size = 0;
-    if (reffile::ReadWholeFile(path, kMaxFileSize, &s_pUCDATABuf, &size) >= 0)
+    if (ReadWholeFile(path, kMaxFileSize, &s_pUCDATABuf, &size) >= 0)
       s_ucdata.Index(s_pUCDATABuf, size);
   }
   s_bUCInitted.store(true, std::memory_order_release);

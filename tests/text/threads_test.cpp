@@ -1,16 +1,23 @@
 // State that threads share without knowing it: the empty body of every
-// default-constructed string, the words for yes and no, and the first load of
-// the character database. Each test runs in its own process, so the loads
+// default-constructed string, the words for yes and no, the first load of
+// the character database, and the default settings store and the locale
+// folder. Each test runs in its own process, so the loads
 // really are first; the ThreadSanitizer build runs these too.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "test_util.h"
+#include "vosystem/filefind.h"
+#include "vosystem/inifuncs.h"
 #include "vosystem/ucconv.h"
 #include "vosystem/ucdata.h"
 #include "vosystem/ucdecomp.h"
@@ -107,6 +114,44 @@ TEST(Threads, FirstShiftJisEncodingsSeeTheWholeTable) {
     MucStopConversion(conv);
   });
   EXPECT_EQ(wrong.load(), 0);
+}
+
+// The default settings store is made by the first thread that asks, and
+// read and changed by all of them at once; the locale folder is looked for
+// once. HOME, the current folder and the program point into a folder of the
+// test's own.
+TEST(Threads, TheDefaultSettingsAndTheLocaleFolderAreSharedSafely) {
+  std::string dir = std::string(VOSYS_TEST_SCRATCH) + "/thrXXXXXX";
+  ASSERT_NE(mkdtemp(&dir[0]), nullptr);
+  std::filesystem::create_directories(dir + "/locale/enu");
+  std::filesystem::create_directories(dir + "/locale/deu");
+  std::ofstream(dir + "/zepproc.ini") << "[locale]\nlanguage=deu\n";
+  std::ofstream(dir + "/app") << "";
+  setenv("HOME", dir.c_str(), 1);
+  unsetenv("XDG_DATA_HOME");
+  ASSERT_EQ(chdir(dir.c_str()), 0);
+  FILEPATH::SetModuleFileName((dir + "/app").c_str(), CHAR_ENCODING_UTF8);
+  std::atomic<int> wrong{0};
+  RunTogether([&](int i) {
+    FILEFIND list;
+    list.AddLocale(true, FILEFIND::ADDPOSN_Tail);
+    if (list.GetFolders().GetCount() != 2) ++wrong;
+    const std::string field = "t" + std::to_string(i);
+    for (int n = 0; n < 20; ++n) {
+      VOSTRING language;
+      if (!language.IniRead(nullptr, "locale", "language") || U8(language) != "deu") ++wrong;
+      if (IniWriteNumber(nullptr, "count", field.c_str(), INITYPE_Int32, &n) != 0) ++wrong;
+    }
+  });
+  EXPECT_EQ(wrong.load(), 0);
+  for (int i = 0; i < kThreads; ++i) {
+    int n = -1;
+    EXPECT_EQ(_iniRead(nullptr, "count", ("t" + std::to_string(i)).c_str(), INITYPE_Int32, &n, 1),
+              1);
+    EXPECT_EQ(n, 19);
+  }
+  ASSERT_EQ(chdir(VOSYS_TEST_SCRATCH), 0);
+  std::filesystem::remove_all(dir);
 }
 
 }  // namespace

@@ -160,29 +160,6 @@ TEST(VostringFormat, FloatsMatchSnprintf) {
   EXPECT_EQ(big.GetLength(), 1 + 309 + 1 + 3600);
 }
 
-// A locale whose decimal mark is a comma, made with localedef from a source
-// and an ASCII character map written here, so that no locale package is
-// needed. Returns the folder to put in LOCPATH, or "" if it can't be made.
-std::string MakeCommaLocale() {
-  const char* tmp = getenv("TMPDIR");
-  std::string folder = std::string(tmp && *tmp ? tmp : "/tmp") + "/vosys-locale-XXXXXX";
-  if (!mkdtemp(folder.data())) return "";
-  std::ofstream(folder + "/src")
-      << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n";
-  std::ofstream map(folder + "/map");
-  map << "<code_set_name> ASCII-TEST\n<mb_cur_min> 1\n<mb_cur_max> 1\nCHARMAP\n"
-      << std::hex << std::uppercase;
-  for (int c = 0; c < 128; ++c)
-    map << "<U00" << c / 16 << c % 16 << "> \\x" << c / 16 << c % 16 << "\n";
-  map << "END CHARMAP\n";
-  map.close();
-  // localedef warns about the categories left out, and exits non-zero for it.
-  const std::string cmd = "localedef -c -i " + folder + "/src -f " + folder + "/map " + folder +
-                          "/comma >/dev/null 2>&1";
-  if (system(cmd.c_str()) == -1 || !std::ifstream(folder + "/comma/LC_NUMERIC")) return "";
-  return folder;
-}
-
 TEST(VostringFormat, NumbersIgnoreTheProcessLocale) {
   const std::string folder = MakeCommaLocale();
   if (folder.empty()) GTEST_SKIP() << "localedef could not make a test locale";
