@@ -21,7 +21,9 @@
 // What is process-wide and not guarded: the last-error record (code, text,
 // module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
 // Two threads must not fail, nor read the record, at the same time; and
-// ucstrtok keeps one position for the whole process.
+// ucstrtok keeps one position for the whole process. XML documents parse and
+// write one at a time in the process: libxml2's message handler, entity
+// loader and output settings, which XMLDOC sets for each, are process-wide.
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 
@@ -33,6 +35,7 @@
 #include "vosystem/fileraw.h"
 #include "vosystem/genericrw.h"
 #include "vosystem/glyphs.h"
+#include "vosystem/identifier.h"
 #include "vosystem/indic.h"
 #include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
@@ -49,5 +52,6 @@
 #include "vosystem/viofuncs.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
+#include "vosystem/xml.h"
 
 #endif
