@@ -247,7 +247,7 @@ class VOSYS_API VOSTRING {
   bool MakeExclusive();  // false if a private copy could not be made
   int ReplaceRange(int first, int last, const unsigned short* src, int n);
   int AssignThroughRegistry(const void* src, CHAR_ENCODING e);
-  int TakeIniText(unsigned short* block, int length);
+  int TakeText(unsigned short* block, int length);
   // A mirror of the body's text pointer, refreshed by every change through
   // this handle. Nothing in the library reads it (a second handle's mirror
   // may be stale); it keeps the handle's layout (text, then body) that

@@ -335,6 +335,26 @@ void VOSTRING::GetExclusive() {
   MakeExclusive();
 }
 
+// Makes a block of the C heap (length units and a terminator) the string's
+// text, as an assignment of it would, persistent format included, without
+// copying it: decoders and settings readers build text in a block of their
+// own. The block is the string's, or freed, on every path; 1, or 0 when the
+// text is empty or the string couldn't be made its own (it is then empty).
+int VOSTRING::TakeText(unsigned short* block, int length) {
+  if (length <= 0 || length > kMaxUnits || !block || !MakeExclusive()) {
+    free(block);
+    Clear();
+    return 0;
+  }
+  free(m_priv->text);
+  m_priv->text = block;
+  m_priv->length = length;
+  m_priv->capacity = (length + 1) * static_cast<int>(sizeof(unsigned short));
+  m_priv->LowerScans(0);
+  m_text = block;
+  return 1;
+}
+
 bool VOSTRING::MakeExclusive() {
   if (m_priv->IsExclusive()) return true;
   const PRIV& old = *m_priv;

@@ -34,16 +34,21 @@ char* NarrowToBytes(const unsigned short* s, int n) {
 
 // UTF-8 text as UTF-16, composed if the encoding holds it decomposed. Null if
 // it can't be converted; a failure leaves no record.
-unsigned short* DecodeUtf8(const char* src, bool recompose) {
+unsigned short* DecodeUtf8(const char* src, bool recompose, int* length) {
   ERRPOSN_DISABLER quiet;
   unsigned short* units = nullptr;
-  if (MucConvertUTF8ToUnicode(src, &units) < 0) {
+  const int n = MucConvertUTF8ToUnicode(src, &units);
+  if (n < 0) {
     free(units);
     return nullptr;
   }
-  if (!recompose) return units;
+  if (!recompose) {
+    *length = n;
+    return units;
+  }
   unsigned short* composed = MucRecompose(units);
   free(units);
+  if (composed) *length = static_cast<int>(ucstrlen(composed));
   return composed;
 }
 
@@ -132,12 +137,12 @@ int VOSTRING::Assign(const void* src, CHAR_ENCODING e) {
         *this = static_cast<const char*>(src);
         return 0;
       }
+      int length = 0;
       unsigned short* units =
-          DecodeUtf8(static_cast<const char*>(src), e == CHAR_ENCODING_UTF8_DECOMPOSED);
+          DecodeUtf8(static_cast<const char*>(src), e == CHAR_ENCODING_UTF8_DECOMPOSED, &length);
       if (!units) return VOERROR_Failed;
-      *this = units;
-      free(units);
-      return 0;
+      // The decoded block becomes the string's own: no second copy.
+      return TakeText(units, length) || length == 0 ? 0 : VOERROR_Failed;
     }
     default:
       return AssignThroughRegistry(src, e);

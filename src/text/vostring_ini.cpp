@@ -5,42 +5,23 @@
 // terminator out of the count: the block is never taken for bigger than it
 // is, and the first edit that grows the text reallocates.
 #include <cstdlib>
-#include <new>
 
 #include "text/vostring_priv.h"
 #include "vosystem/errors.h"
 #include "vosystem/inifuncs.h"
 
-int VOSTRING::TakeIniText(unsigned short* block, int length) {
-  Clear();
-  if (length <= 0 || !block) {
-    free(block);
-    return 0;
-  }
-  PRIV* body = new (std::nothrow) PRIV;
-  if (!body) {
-    free(block);
-    return 0;
-  }
-  body->text = block;
-  body->length = length;
-  body->capacity = 2 * length;
-  *this = VOSTRING(body);
-  return 1;
-}
-
 int VOSTRING::IniRead(void* handle, const char* group, const char* field) {
   ERRPOSN_DISABLER quiet;
   void* block = nullptr;
   const int n = IniReadStringAlloc(handle, group, field, &block, INITYPE_UCString);
-  return TakeIniText(static_cast<unsigned short*>(block), n);
+  return TakeText(static_cast<unsigned short*>(block), n);
 }
 
 int VOSTRING::IniReadML(void* handle, const char* group, const char* field) {
   ERRPOSN_DISABLER quiet;
   void* block = nullptr;
   const int n = IniReadStringAllocML(handle, group, field, INITYPE_UCString, &block);
-  return TakeIniText(static_cast<unsigned short*>(block), n);
+  return TakeText(static_cast<unsigned short*>(block), n);
 }
 
 int VOSTRING::IniWrite(void* handle, const char* group, const char* field) const {
