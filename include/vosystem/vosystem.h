@@ -26,6 +26,7 @@
 #define VOSYSTEM_VOSYSTEM_H
 
 #include "vosystem/bidi.h"
+#include "vosystem/bitset.h"
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
 #include "vosystem/filefind.h"
@@ -35,7 +36,13 @@
 #include "vosystem/glyphs.h"
 #include "vosystem/indic.h"
 #include "vosystem/inifuncs.h"
+#include "vosystem/macresource.h"
+#include "vosystem/mcache.h"
+#include "vosystem/mcbfunc.h"
 #include "vosystem/memfunc.h"
+#include "vosystem/mempool.h"
+#include "vosystem/mtimer.h"
+#include "vosystem/netneighbor.h"
 #include "vosystem/strutf8.h"
 #include "vosystem/system.h"
 #include "vosystem/textres.h"
@@ -47,6 +54,7 @@
 #include "vosystem/ucregexp.h"
 #include "vosystem/ucstring.h"
 #include "vosystem/viofuncs.h"
+#include "vosystem/vocache.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
 
