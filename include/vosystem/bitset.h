@@ -116,9 +116,10 @@ class VOSYS_API BITSET_DEQUE {
   int ApplyRange(unsigned long first, unsigned long last, RANGEOP op);
   int ApplyBit(unsigned long bit, RANGEOP op);
   void MakeUniform(unsigned long tile, unsigned char value);
-  // The first position in [from, last] whose bit has the value of skipByte's
-  // complement, or last + 1.
-  unsigned long FindNext(unsigned long from, unsigned long last, unsigned char skipByte) const;
+  // The first position in [from, last] whose bit is want, or last + 1. skip
+  // is a byte of the other value (0xFF when want is 0, else 0x00).
+  unsigned long FindNext(unsigned long from, unsigned long last, unsigned char want,
+                         unsigned char skip) const;
   void CountSpares();
   bool CopyFrom(const BITSET_DEQUE& other);
 

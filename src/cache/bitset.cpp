@@ -45,7 +45,6 @@ const unsigned kTileShift = 15;
 const unsigned long kTileBits = 1UL << kTileShift;  // 32768
 const unsigned long kTileMask = kTileBits - 1;
 const size_t kTileBytes = kTileBits / 8;  // 4096
-const size_t kTileWords = kTileBytes / 8;
 
 uint64_t LoadWord(const unsigned char* p) {
   uint64_t w;
@@ -410,7 +409,7 @@ int BITSET_DEQUE::InvertRange(unsigned long first, unsigned long last) {
 
 // ---------------------------------------------------------------- reading
 
-unsigned long BITSET_DEQUE::FindNext(unsigned long from, unsigned long last,
+unsigned long BITSET_DEQUE::FindNext(unsigned long from, unsigned long last, unsigned char want,
                                      unsigned char skip) const {
   while (from <= last) {
     const unsigned long t = from >> kTileShift;
@@ -418,7 +417,7 @@ unsigned long BITSET_DEQUE::FindNext(unsigned long from, unsigned long last,
     const unsigned long end = last - start < kTileMask ? last : start + kTileMask;
     const TILE& tile = tiles[t];
     if (!tile.hasBits) {
-      if ((tile.uniformValue ? 0xFF : 0x00) != skip) return from;
+      if (tile.uniformValue == want) return from;
     } else {
       const unsigned long at = FindInBuffer(tile.bits, from - start, end - start, skip);
       if (at <= end - start) return start + at;
@@ -437,7 +436,7 @@ bool BITSET_DEQUE::GetRange(unsigned long first, unsigned long last, unsigned lo
   }
   const bool value = GetBit(first);
   // The run ends before the first bit of the other value.
-  end = first == last ? last : FindNext(first + 1, last, value ? 0xFF : 0x00) - 1;
+  end = first == last ? last : FindNext(first + 1, last, !value, value ? 0xFF : 0x00) - 1;
   return value;
 }
 
@@ -449,7 +448,7 @@ BITSET_DEQUE::ITERATOR BITSET_DEQUE::Begin(bool value) const {
 BITSET_DEQUE::ITERATOR& BITSET_DEQUE::ITERATOR::operator++() {
   const unsigned long n = owner->numEntries;
   const unsigned long from = position + 1;  // -1 wraps to 0
-  position = n == 0 || from >= n ? n : owner->FindNext(from, n - 1, skipByte);
+  position = n == 0 || from >= n ? n : owner->FindNext(from, n - 1, wantValue, skipByte);
   return *this;
 }
 

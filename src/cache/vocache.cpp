@@ -48,7 +48,9 @@ class VOCACHEPRIV {
   int Flush();
   void FreeArrays();
 
-  int Copy(long id, long offset, long length, void* dest, const void* src);
+  // The address of length bytes at offset of item id, selected as by
+  // Select(id).
+  int Locate(long id, long offset, long length, unsigned char** at);
   long ItemSize() const { return m_itemSize; }
 
   // ---- handles
@@ -191,7 +193,7 @@ int VOCACHEPRIV::Flush() {
   return 0;
 }
 
-int VOCACHEPRIV::Copy(long id, long offset, long length, void* dest, const void* src) {
+int VOCACHEPRIV::Locate(long id, long offset, long length, unsigned char** at) {
   // Checked without overflow: offset + length could pass LONG_MAX.
   if (offset < 0 || length <= 0 || (m_itemSize > 0 && length > m_itemSize - offset))
     return SETERR(VOERROR_InvalidArgument);
@@ -201,11 +203,7 @@ int VOCACHEPRIV::Copy(long id, long offset, long length, void* dest, const void*
   VOCACHEITEMPRIV& rec = m_index.records[r];
   if (!rec.memory || rec.size < 0 || length > rec.size - offset)
     return SETERR(VOERROR_InvalidArgument);
-  unsigned char* at = static_cast<unsigned char*>(rec.memory) + offset;
-  if (dest)
-    memcpy(dest, at, length);
-  else
-    memcpy(at, src, length);
+  *at = static_cast<unsigned char*>(rec.memory) + offset;
   return 0;
 }
 
@@ -325,8 +323,11 @@ int VOCACHE::Read(long id, long length, void* dest) {
 int VOCACHE::Read(long id, long offset, long length, void* dest) {
   if (!m_priv) return VOERROR_Failed;
   if (!dest) return SETERR(VOERROR_InvalidArgument);
-  const int rc = m_priv->Copy(id, offset, length, dest, nullptr);
-  return rc < 0 ? PASSERR(rc) : rc;
+  unsigned char* at = nullptr;
+  const int rc = m_priv->Locate(id, offset, length, &at);
+  if (rc < 0) return PASSERR(rc);
+  memcpy(dest, at, length);
+  return 0;
 }
 
 int VOCACHE::Write(long id, long length, const void* src) {
@@ -336,8 +337,11 @@ int VOCACHE::Write(long id, long length, const void* src) {
 int VOCACHE::Write(long id, long offset, long length, const void* src) {
   if (!m_priv) return VOERROR_Failed;
   if (!src) return SETERR(VOERROR_InvalidArgument);
-  const int rc = m_priv->Copy(id, offset, length, nullptr, src);
-  return rc < 0 ? PASSERR(rc) : rc;
+  unsigned char* at = nullptr;
+  const int rc = m_priv->Locate(id, offset, length, &at);
+  if (rc < 0) return PASSERR(rc);
+  memcpy(at, src, length);
+  return 0;
 }
 
 int VOCACHE::Resize(long itemcount, long hashsize) {
