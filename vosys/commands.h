@@ -17,5 +17,6 @@ int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
+int CmdRsrc(int argc, char** argv);
 
 #endif

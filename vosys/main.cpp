@@ -11,6 +11,7 @@
 //   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
 //   vosys shape TEXT                 Arabic text in its presentation forms
 //   vosys ini get|set|list FILE ...  settings files
+//   vosys rsrc FILE TYPE [ID]        resources of a classic Mac resource fork
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -56,6 +57,8 @@ const char kUsage[] =
     "  ini set FILE GROUP FIELD VALUE\n"
     "                            set it (the file is made if missing)\n"
     "  ini list FILE             every group and field, with its value\n"
+    "  rsrc FILE TYPE [ID]       the resources of TYPE (e.g. TEXT) in the resource\n"
+    "                            fork FILE, or the one with ID\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -208,6 +211,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "rsrc") == 0) return CmdRsrc(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
