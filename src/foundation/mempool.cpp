@@ -40,7 +40,6 @@ struct CHUNK {
 static_assert(sizeof(CHUNK) == 16, "a chunk's head keeps its first slot 16-aligned");
 
 const unsigned long kLargest = 1024;
-const int kNumBuckets = 9;
 const unsigned long kChunkPayload = 16384;
 
 int BucketIndex(unsigned long size) {
