@@ -43,9 +43,11 @@ uint16_t Be16(const unsigned char* p) {
   return static_cast<uint16_t>(p[0] << 8 | p[1]);
 }
 
-// A stored count less one, as a count.
+// A stored count less one, as a count: -1 (an empty list) and the other
+// negative numbers, which no writer stores, count as none.
 long CountOf(const unsigned char* p) {
-  return static_cast<int16_t>(Be16(p)) + 1L;
+  const long count = static_cast<int16_t>(Be16(p)) + 1L;
+  return count > 0 ? count : 0;
 }
 
 struct FORK {

@@ -169,6 +169,12 @@ TEST_F(ResourceFork, WellFormedForks) {
   Put16(empty, 256 + 4 + 1 + 28, 0xFFFF);
   ASSERT_GT(Open(empty), 0);
   EXPECT_EQ(MacNumResourcesOfType(m_handle, kICON), 0);
+  // A type whose count is stored as another negative number has none.
+  std::string negative = BuildFork({{kICON, {{5, "x"}}}});
+  Put16(negative, 256 + 4 + 1 + 30 + 4, 0x8000);
+  ASSERT_GT(Open(negative), 0);
+  EXPECT_EQ(MacNumResourcesOfType(m_handle, kICON), 0);
+  EXPECT_EQ(ByNum(kICON, 0), "<0>");
 }
 
 TEST_F(ResourceFork, LengthsFromTheFileAreNotTrusted) {
