@@ -18,11 +18,13 @@ static const char s_ident[] = "@(#) mcache.cpp 1.0";
 #include "vosystem/memfunc.h"
 
 struct _LRUCACHE {
-  struct REC {
+  // 64 bytes, on 64-byte boundaries: one cache line a record.
+  struct alignas(64) REC {
     MCACHEITEM item;  // first: a record's address is its item's
     long hashPrev, hashNext;
     long lruPrev, lruNext;
   };
+  static_assert(sizeof(REC) == 64, "a record is one cache line");
   LRUINDEX<REC> index;
   MCACHEFUNC writefunc;
   MCACHEFUNC readfunc;
@@ -54,7 +56,12 @@ int AllocArrays(long itemcount, long hashsize, long itemsize, REC** records, lon
   const size_t bucketBytes = CacheArrayBytes(hashsize, sizeof(long));
   const size_t memoryBytes = itemsize > 0 ? CacheArrayBytes(itemcount, itemsize) : 1;
   if (!recordBytes || !bucketBytes || !memoryBytes) return SETERR(VOERROR_InvalidArgument);
-  int rc = MmAllocC(records, recordBytes);
+  int rc = 0;
+  *records = static_cast<REC*>(aligned_alloc(alignof(REC), recordBytes));
+  if (!*records) {
+    rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long>(recordBytes);
+  }
   if (rc >= 0) rc = MmAlloc(buckets, bucketBytes);
   if (rc >= 0 && itemsize > 0) rc = MmAllocC(memory, memoryBytes);
   if (rc < 0) {

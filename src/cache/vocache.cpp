@@ -23,15 +23,18 @@ static const char s_ident[] = "@(#) vocache.cpp 1.0";
 #include "foundation/errpos.h"
 #include "vosystem/memfunc.h"
 
-struct VOCACHEITEMPRIV {
+// 64 bytes: with the array on a 64-byte boundary a record is one cache line,
+// so a hit touches one line of its own record and one of each neighbour.
+struct alignas(64) VOCACHEITEMPRIV {
   long id;
   long hashPrev, hashNext;
   long lruPrev, lruNext;
   int modified;
+  int useCount;  // handles on the record; never near 2^31
   long size;     // bytes of this item's memory
   void* memory;  // a slice of the item block, or set by the store
-  long useCount;
 };
+static_assert(sizeof(VOCACHEITEMPRIV) == 64, "a record is one cache line");
 
 // The index finds a record's ID here.
 inline long& RecordId(VOCACHEITEMPRIV& rec) {
@@ -115,7 +118,12 @@ int VOCACHEPRIV::Create(long itemcount, long hashsize) {
   VOCACHEITEMPRIV* records = nullptr;
   long* buckets = nullptr;
   unsigned char* memory = nullptr;
-  int rc = MmAllocC(&records, recordBytes);
+  int rc = 0;
+  records = static_cast<VOCACHEITEMPRIV*>(aligned_alloc(alignof(VOCACHEITEMPRIV), recordBytes));
+  if (!records) {
+    rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long>(recordBytes);
+  }
   if (rc >= 0) rc = MmAllocC(&buckets, bucketBytes);
   if (rc >= 0 && m_itemSize > 0) rc = MmAllocC(&memory, memoryBytes);
   if (rc < 0) {
