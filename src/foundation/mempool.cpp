@@ -27,11 +27,34 @@ static const char s_ident[] = "@(#) mempool.cpp 1.0";
 
 namespace {
 
-struct SLOT {
-  void* link;          // the bucket while allocated, the next free slot while free
-  unsigned long size;  // the size asked for
+// A slot's header: the link and the size, at the slot's address. Slots of
+// the 4-byte bucket are only 4-aligned, so the header is read and written by
+// memcpy, never through a pointer to a struct that needs 8.
+const size_t kHeader = 16;
+
+class SLOT {
+ public:
+  explicit SLOT(void* at) : m_at(static_cast<unsigned char*>(at)) {}
+  void* Link() const {
+    void* p;
+    memcpy(&p, m_at, sizeof p);
+    return p;
+  }
+  void SetLink(void* p) { memcpy(m_at, &p, sizeof p); }
+  unsigned long Size() const {
+    unsigned long n;
+    memcpy(&n, m_at + sizeof(void*), sizeof n);
+    return n;
+  }
+  void SetSize(unsigned long n) { memcpy(m_at + sizeof(void*), &n, sizeof n); }
+  void* Address() const { return m_at; }
+  void* Block() const { return m_at + kHeader; }
+
+ private:
+  unsigned char* m_at;
 };
-static_assert(sizeof(SLOT) == 16, "a block header is a pointer and a size");
+static_assert(sizeof(void*) + sizeof(unsigned long) == kHeader,
+              "a block header is a pointer and a size");
 
 struct CHUNK {
   CHUNK* next;
@@ -47,36 +70,30 @@ int BucketIndex(unsigned long size) {
   return (64 - __builtin_clzl(size - 1)) - 2;
 }
 
-SLOT* HeaderOf(void* ptr) {
-  return reinterpret_cast<SLOT*>(static_cast<unsigned char*>(ptr) - sizeof(SLOT));
-}
-
-void* BlockOf(SLOT* slot) {
-  return reinterpret_cast<unsigned char*>(slot) + sizeof(SLOT);
+SLOT HeaderOf(void* ptr) {
+  return SLOT(static_cast<unsigned char*>(ptr) - kHeader);
 }
 
 }  // namespace
 
 struct MEMPOOLLOW::BUCKET {
   CHUNK* chunks;
-  SLOT* freeList;
+  void* freeList;  // the first free slot
   unsigned long blockSize;
 
   // Links a new chunk's slots in address order in front of the free list.
   int AllocNewBlock() {
     const unsigned long slots = kChunkPayload / blockSize;
-    const unsigned long stride = blockSize + sizeof(SLOT);
+    const unsigned long stride = blockSize + kHeader;
     CHUNK* chunk = nullptr;
     const int rc = MmAlloc(&chunk, sizeof(CHUNK) + slots * stride);
     if (rc < 0) return PASSERR(rc);
     chunk->next = chunks;
     chunks = chunk;
     unsigned char* first = reinterpret_cast<unsigned char*>(chunk + 1);
-    for (unsigned long i = 0; i < slots; ++i) {
-      SLOT* slot = reinterpret_cast<SLOT*>(first + i * stride);
-      slot->link = i + 1 < slots ? static_cast<void*>(first + (i + 1) * stride) : freeList;
-    }
-    freeList = reinterpret_cast<SLOT*>(first);
+    for (unsigned long i = 0; i < slots; ++i)
+      SLOT(first + i * stride).SetLink(i + 1 < slots ? first + (i + 1) * stride : freeList);
+    freeList = first;
     return 0;
   }
 
@@ -85,18 +102,18 @@ struct MEMPOOLLOW::BUCKET {
       const int rc = AllocNewBlock();
       if (rc < 0) return PASSERR(rc);
     }
-    SLOT* slot = freeList;
-    freeList = static_cast<SLOT*>(slot->link);
-    slot->link = this;
-    slot->size = size;
-    *pptr = BlockOf(slot);
+    SLOT slot(freeList);
+    freeList = slot.Link();
+    slot.SetLink(this);
+    slot.SetSize(size);
+    *pptr = slot.Block();
     return 0;
   }
 
   // The last freed is the next allocated.
-  void Free(SLOT* slot) {
-    slot->link = freeList;
-    freeList = slot;
+  void Free(SLOT slot) {
+    slot.SetLink(freeList);
+    freeList = slot.Address();
   }
 };
 
@@ -123,18 +140,18 @@ MEMPOOLLOW::~MEMPOOLLOW() {
 int MEMPOOLLOW::AllocLow(void** pptr, unsigned long size, bool clear) {
   if (!pptr) return SETERR(VOERROR_InvalidArgument);
   if (size > kLargest) {
-    if (size > ULONG_MAX - sizeof(SLOT)) {
+    if (size > ULONG_MAX - kHeader) {
       const int rc = SETERR(VOERROR_OutOfMemory);
       GetErrString() << size;
       return rc;
     }
-    SLOT* slot = nullptr;
-    const int rc =
-        clear ? MmAllocC(&slot, size + sizeof(SLOT)) : MmAlloc(&slot, size + sizeof(SLOT));
+    void* at = nullptr;
+    const int rc = clear ? MmAllocC(&at, size + kHeader) : MmAlloc(&at, size + kHeader);
     if (rc < 0) return PASSERR(rc);
-    slot->link = nullptr;
-    slot->size = size;
-    *pptr = BlockOf(slot);
+    SLOT slot(at);
+    slot.SetLink(nullptr);
+    slot.SetSize(size);
+    *pptr = slot.Block();
     return 0;
   }
   if (!m_priv) {
@@ -162,9 +179,9 @@ int MEMPOOLLOW::ReallocLow(void** pptr, unsigned long size, bool clear) {
     const int rc = AllocLow(pptr, size, clear);
     return rc < 0 ? PASSERR(rc) : rc;
   }
-  SLOT* slot = HeaderOf(*pptr);
-  const unsigned long oldSize = slot->size;
-  BUCKET* bucket = static_cast<BUCKET*>(slot->link);
+  SLOT slot = HeaderOf(*pptr);
+  const unsigned long oldSize = slot.Size();
+  BUCKET* bucket = static_cast<BUCKET*>(slot.Link());
   if (bucket && bucket->blockSize < size) {
     // Moves to a larger bucket, or to the heap.
     void* block = nullptr;
@@ -180,30 +197,31 @@ int MEMPOOLLOW::ReallocLow(void** pptr, unsigned long size, bool clear) {
     // It still fits, and it doesn't move to a smaller bucket.
     if (clear && size > oldSize)
       memset(static_cast<unsigned char*>(*pptr) + oldSize, 0, size - oldSize);
-    slot->size = size;
+    slot.SetSize(size);
     return 0;
   }
-  if (size > ULONG_MAX - sizeof(SLOT) || size + sizeof(SLOT) > LONG_MAX) {
+  if (size > ULONG_MAX - kHeader || size + kHeader > LONG_MAX) {
     const int rc = SETERR(VOERROR_OutOfMemory);
     GetErrString() << size;
     return rc;
   }
-  const int rc =
-      clear ? MmReallocC(&slot, static_cast<long>(size + sizeof(SLOT)), oldSize + sizeof(SLOT))
-            : MmRealloc(&slot, size + sizeof(SLOT));
+  void* at = slot.Address();
+  const int rc = clear ? MmReallocC(&at, static_cast<long>(size + kHeader), oldSize + kHeader)
+                       : MmRealloc(&at, size + kHeader);
   if (rc < 0) return PASSERR(rc);
-  slot->size = size;
-  *pptr = BlockOf(slot);
+  SLOT moved(at);
+  moved.SetSize(size);
+  *pptr = moved.Block();
   return 0;
 }
 
 void MEMPOOLLOW::FreeLow(void* ptr) {
   if (!ptr) return;
-  SLOT* slot = HeaderOf(ptr);
-  if (BUCKET* bucket = static_cast<BUCKET*>(slot->link))
+  SLOT slot = HeaderOf(ptr);
+  if (BUCKET* bucket = static_cast<BUCKET*>(slot.Link()))
     bucket->Free(slot);
   else
-    free(slot);
+    free(slot.Address());
 }
 
 void MEMPOOLLOW::SetSizeHintLow(unsigned long) {}

@@ -21,6 +21,12 @@
 #define VOSYS_OWN_ALLOCATOR 1
 #endif
 
+#ifdef VOSYS_OWN_ALLOCATOR
+#define SKIP_WITHOUT_INTERPOSER() GTEST_SKIP() << "the sanitizer's allocator can't be counted"
+#else
+#define SKIP_WITHOUT_INTERPOSER() (void)0
+#endif
+
 namespace {
 bool g_counting = false;
 long g_calls = 0;
@@ -81,16 +87,10 @@ int ReadBlock(MCACHEITEM* item) {
   return 0;
 }
 
-void SkipWithoutInterposer() {
-#ifdef VOSYS_OWN_ALLOCATOR
-  GTEST_SKIP() << "the sanitizer's allocator can't be counted";
-#endif
-}
-
 }  // namespace
 
 TEST(AllocationCount, WindowCountsAtAll) {
-  SkipWithoutInterposer();
+  SKIP_WITHOUT_INTERPOSER();
   WINDOW w;
   void* p = malloc(10);
   free(p);
@@ -98,7 +98,7 @@ TEST(AllocationCount, WindowCountsAtAll) {
 }
 
 TEST(AllocationCount, CachesAllocateOnlyInCreate) {
-  SkipWithoutInterposer();
+  SKIP_WITHOUT_INTERPOSER();
   STORE store;
   VOCACHE cache;
   ASSERT_EQ(cache.Create(16, 64, store, 0), 0);
@@ -125,7 +125,7 @@ TEST(AllocationCount, CachesAllocateOnlyInCreate) {
 }
 
 TEST(AllocationCount, UniformTilesAndSparesNeedNoHeap) {
-  SkipWithoutInterposer();
+  SKIP_WITHOUT_INTERPOSER();
   BITSET_DEQUE s;
   ASSERT_EQ(s.Resize(100000), 0);
   {
@@ -161,7 +161,7 @@ TEST(AllocationCount, UniformTilesAndSparesNeedNoHeap) {
 }
 
 TEST(AllocationCount, PoolChurnStaysInItsChunks) {
-  SkipWithoutInterposer();
+  SKIP_WITHOUT_INTERPOSER();
   MEMPOOLLOW pool;
   void* keep[64];
   for (void*& p : keep) ASSERT_EQ(pool.AllocLow(&p, 48, false), 0);
