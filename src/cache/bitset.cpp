@@ -14,7 +14,12 @@
 // inside the old last tile, and clears them then; a uniform-1 last tile first
 // takes a buffer for that, since its bits past the old count must read 0.
 //
-// Ranges. Both end tiles that the range covers only in part are given their
+// Ranges. A tile that a range covers whole turns uniform, also when the range
+// lies within that one tile, and the last tile counts as covered when the
+// range reaches the set's last bit: so a range over the whole set leaves every
+// tile uniform, even when the count ends inside the last tile (reading its
+// offset 32767 alone as "full" would leave that tile with a buffer).
+// Both end tiles that the range covers only in part are given their
 // buffers (filled with their uniform value, which keeps every bit as it was)
 // before anything changes, so a failing allocation leaves the set untouched.
 // Then each tile that the range covers whole becomes uniform, or flips, in its
