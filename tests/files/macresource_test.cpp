@@ -92,7 +92,8 @@ std::string BuildFork(const std::vector<TYPE>& types) {
 class ResourceFork : public testing::Test {
  protected:
   void SetUp() override {
-    std::string t = std::string(VOSYS_TEST_SCRATCH) + "/rsrcXXXXXX";
+    const char* tmp = getenv("TMPDIR");
+    std::string t = std::string(tmp && *tmp ? tmp : VOSYS_TEST_SCRATCH) + "/rsrcXXXXXX";
     ASSERT_NE(mkdtemp(&t[0]), nullptr);
     m_dir = t;
   }
