@@ -53,7 +53,11 @@ build/bin/vosys ini set "$settings/settings.ini" Display Gamma 2.20000
 build/bin/vosys ini set "$settings/settings.ini" Survey Pilot 'Ana Pérez'
 build/bin/vosys ini list "$settings/settings.ini"
 rm -rf "$settings"
-
+echo
 echo "== vosys xml: the sample catalogue written out indented, then its identifiers"
 build/bin/vosys xml samples/catalog.xml
 build/bin/vosys xml --ids samples/catalog.xml
+echo
+echo "== vosys rsrc: the resources of a classic Mac resource fork, by type and by id"
+build/bin/vosys rsrc samples/survey.rsrc TEXT
+build/bin/vosys rsrc samples/survey.rsrc 'STR ' -16396

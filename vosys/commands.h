@@ -18,5 +18,6 @@ int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
 int CmdXml(int argc, char** argv);
+int CmdRsrc(int argc, char** argv);
 
 #endif

@@ -12,6 +12,7 @@
 //   vosys shape TEXT                 Arabic text in its presentation forms
 //   vosys ini get|set|list FILE ...  settings files
 //   vosys xml [--html|--ids] FILE    a document written out indented
+//   vosys rsrc FILE TYPE [ID]        resources of a classic Mac resource fork
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -61,6 +62,8 @@ const char kUsage[] =
     "                            indented\n"
     "  xml --ids FILE            list the elements whose text is an authority's code,\n"
     "                            such as EPSG:4326\n"
+    "  rsrc FILE TYPE [ID]       the resources of TYPE (e.g. TEXT) in the resource\n"
+    "                            fork FILE, or the one with ID\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -214,6 +217,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
   if (std::strcmp(cmd, "xml") == 0) return CmdXml(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "rsrc") == 0) return CmdRsrc(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
