@@ -190,9 +190,12 @@ struct FORM {
   uint8_t taken;
   uint8_t joins;
 };
+// A letter's entry.
 struct LETTER {
   uint64_t seconds;      // the chain's filter of ligature second units
   FORM form[kIsolated];  // by position - 1
+
+  bool MayStartLigature(unsigned short after) const { return seconds >> (after & 63) & 1; }
 };
 
 class SHAPEINDEX {
@@ -667,7 +670,6 @@ struct SUBSTITUTION {
   // Decide.
   size_t ShapeContextual(const SHAPEINDEX& index, const unsigned short* text,
                          unsigned short* out) const {
-    static constexpr uint8_t kPositions[4] = {kIsolated, kInitial, kFinal, kMedial};
     const unsigned short* in = text;
     unsigned short* o = out;
     unsigned joins = 0;
@@ -684,67 +686,85 @@ struct SUBSTITUTION {
           break;
         }
       }
-      const unsigned short* next = in + 1;
-      while (index.Join(*next) & kJoinMark) ++next;
-      const int position = kPositions[joins << 1 | (index.Join(*next) & kJoinLetter)];
+      const int position = Position(index, in, joins);
       const LETTER& letter = index.Letter(join);
       const unsigned short after = in[1];
       ASKED asked = kNotAsked;
       // Unless a ligature may start here, the letter's first form decides.
-      if (join >> kJoinEntryShift && !(letter.seconds >> (after & 63) & 1 && after)) {
+      if (join >> kJoinEntryShift && !(letter.MayStartLigature(after) && after)) {
         const FORM& form = letter.form[position - 1];
         if (!form.rec) {
           *o++ = *in++;
           joins = position <= kMedial;
           continue;
         }
-        asked = Asked(form.rec) ? kTaken : kRefused;
-        if (asked == kTaken && !(form.joins & kFormAgain)) {
-          *o++ = form.code;
-          ++in;
-          joins = (joins & form.joins >> 1) | (form.joins & kJoinLetter);
-          continue;
+        if (Asked(form.rec)) {
+          if (!(form.joins & kFormAgain)) {
+            *o++ = form.code;
+            ++in;
+            joins = (joins & form.joins >> 1) | (form.joins & kJoinLetter);
+            continue;
+          }
+          asked = kTaken;
+        } else {
+          asked = kRefused;
         }
       }
-      joins = Decide(index, text, &in, o++, join, position, asked, joins);
+      joins = Decide(index, &in, o++, asked, joins);
     }
     return static_cast<size_t>(o - out);
+  }
+
+  // The position of the letter at *in in its word, by the letter before
+  // (joins) and the next character that isn't a mark.
+  static int Position(const SHAPEINDEX& index, const unsigned short* in, unsigned joins) {
+    static constexpr uint8_t kPositions[4] = {kIsolated, kInitial, kFinal, kMedial};
+    const unsigned short* next = in + 1;
+    while (index.Join(*next) & kJoinMark) ++next;
+    return kPositions[joins << 1 | (index.Join(*next) & kJoinLetter)];
   }
 
   // What the callback said of a letter's first form at its position.
   enum ASKED { kNotAsked, kTaken, kRefused };
 
-  // The rest of the walk for the letter at *in with join word join, where
-  // ShapeContextual left it, in the order of the general walk: the
-  // ligatures the next unit may start, the letter's forms for the position
-  // (from the second on if asked is kRefused), then the variants of what
-  // the slot became. Writes the slot to *o, moves *in past the units taken,
-  // and returns joins as the letter leaves it.
-  [[gnu::noinline]] unsigned Decide(const SHAPEINDEX& index, const unsigned short* text,
-                                    const unsigned short** in, unsigned short* o, uint16_t join,
-                                    int position, ASKED asked, unsigned joins) const {
-    const unsigned short c = **in;
+  // The rest of the walk for the letter at *in, where ShapeContextual left
+  // it with the letter before it as joins says, in the order of the general
+  // walk: the ligatures the next unit may start, the letter's forms for its
+  // position (from the second on if asked is kRefused), then the variants
+  // of what the slot became. Writes the slot to *o, moves *in past the
+  // units taken, and returns joins as the letter leaves it.
+  [[gnu::noinline]] unsigned Decide(const SHAPEINDEX& index, const unsigned short** in,
+                                    unsigned short* o, ASKED asked, unsigned joins) const {
+    const unsigned short* text = *in;
+    const unsigned short c = *text;
+    const uint16_t join = index.Join(c);
+    const int position = Position(index, text, joins);
     SLOT slot{c, position, true, index.Info(c) & kInfoCategory};
-    size_t at = static_cast<size_t>(*in - text);
+    size_t at = 0;
     int round = 0;  // where the general walk goes on
     if (join >> kJoinEntryShift) {
       const LETTER& letter = index.Letter(join);
       const FORM& form = letter.form[position - 1];
       const VARIANT* v = nullptr;
       const VARIANT* medial = nullptr;
-      if (asked == kNotAsked) {
-        const unsigned short after = (*in)[1];
+      // The ligatures come first. Where the form was refused, none could be
+      // taken, and the walk only notes their medial form.
+      if (asked != kTaken) {
+        const unsigned short after = text[1];
         uint32_t count = 0;
-        const VARIANT* lig = letter.seconds >> (after & 63) & 1 && after
-                                 ? index.Ligatures(c, after, &count)
-                                 : nullptr;
-        if (count) v = FromLigatures(lig, lig + count, *in + 1, &slot.position, &medial);
-        if (!v && form.rec) asked = Asked(form.rec) ? kTaken : kRefused;
+        const VARIANT* lig =
+            letter.MayStartLigature(after) && after ? index.Ligatures(c, after, &count) : nullptr;
+        if (count) v = FromLigatures(lig, lig + count, text + 1, &slot.position, &medial);
+        if (!v && form.rec && asked == kNotAsked) asked = Asked(form.rec) ? kTaken : kRefused;
       }
       round = 1;
       if (v) {
         slot.code = v->code;
         at += v->length - 1;
+      } else if (asked == kTaken && !(form.joins & kFormAgain)) {
+        *o = form.code;
+        ++*in;
+        return (joins & form.joins >> 1) | (form.joins & kJoinLetter);
       } else if (asked == kTaken) {
         slot.code = form.code;
         slot.position = form.taken;
@@ -758,7 +778,7 @@ struct SUBSTITUTION {
     }
     Rounds(index, text, &at, kCategoryNone, round, &slot);
     *o = slot.code;
-    *in = text + at + 1;
+    *in += at + 1;
     if (slot.category == kCategoryMark) return joins;
     return slot.position <= kMedial && slot.category <= kLastLetter;
   }
