@@ -747,15 +747,14 @@ struct SUBSTITUTION {
       const FORM& form = letter.form[position - 1];
       const VARIANT* v = nullptr;
       const VARIANT* medial = nullptr;
-      // The ligatures come first. Where the form was refused, none could be
-      // taken, and the walk only notes their medial form.
-      if (asked != kTaken) {
+      // The ligatures come first; where the form was asked, none can start.
+      if (asked == kNotAsked) {
         const unsigned short after = text[1];
         uint32_t count = 0;
         const VARIANT* lig =
             letter.MayStartLigature(after) && after ? index.Ligatures(c, after, &count) : nullptr;
         if (count) v = FromLigatures(lig, lig + count, text + 1, &slot.position, &medial);
-        if (!v && form.rec && asked == kNotAsked) asked = Asked(form.rec) ? kTaken : kRefused;
+        if (!v && form.rec) asked = Asked(form.rec) ? kTaken : kRefused;
       }
       round = 1;
       if (v) {
