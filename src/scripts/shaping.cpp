@@ -191,11 +191,19 @@ struct FORM {
   uint8_t joins;
 };
 // A letter's entry.
+// Whether a ligature may start with the letter and the unit after it, as
+// the chain's filter says (bit u % 64 for each second unit u), and whether
+// one may even be taken at a position: the same filter of the ligatures
+// whose tag test passes there.
 struct LETTER {
-  uint64_t seconds;      // the chain's filter of ligature second units
-  FORM form[kIsolated];  // by position - 1
+  uint64_t seconds;
+  uint64_t takes[kIsolated];  // by position - 1
+  FORM form[kIsolated];       // by position - 1
 
   bool MayStartLigature(unsigned short after) const { return seconds >> (after & 63) & 1; }
+  bool MayTakeLigature(int position, unsigned short after) const {
+    return takes[position - 1] >> (after & 63) & 1;
+  }
 };
 
 class SHAPEINDEX {
@@ -244,7 +252,9 @@ class SHAPEINDEX {
   }
 
  private:
-  static uint32_t Hash(uint32_t key) { return (key ^ key >> 13) * 0x9E3779B1u >> 7; }
+  // The high bits of the product, where all of the key counts: a letter
+  // and the unit after it differ in their low bits only.
+  uint32_t Hash(uint32_t key) const { return key * 0x9E3779B1u >> m_groupShift; }
   bool BuildGroups(size_t total);
   bool BuildCandidates();
   bool BuildLetters();
@@ -256,6 +266,7 @@ class SHAPEINDEX {
   CANDIDATE* m_candidates = nullptr;
   LETTER* m_letters = nullptr;
   uint32_t m_groupMask = 0;
+  uint32_t m_groupShift = 32;
   uint8_t m_info[65536] = {};
   uint16_t m_join[65536] = {};
 };
@@ -323,6 +334,10 @@ bool SHAPEINDEX::BuildLetters() {
         const CHAIN& chain = *Find(static_cast<unsigned short>(c));
         const CANDIDATES& list = Positional(chain.positional);
         letter.seconds = chain.seconds;
+        for (uint32_t i = chain.ligFirst; i < chain.ligFirst + chain.ligCount; ++i)
+          for (int position = kInitial; position <= kIsolated; ++position)
+            if (PositionTakes(position, m_variants[i].tag, m_variants[i].nonJoiner))
+              letter.takes[position - 1] |= uint64_t{1} << (m_variants[i].second & 63);
         for (int position = kInitial; position <= kIsolated; ++position) {
           if (!list.count[position]) continue;
           const CANDIDATE& first = m_candidates[list.first[position]];
@@ -345,6 +360,7 @@ bool SHAPEINDEX::BuildGroups(size_t total) {
   m_groups = static_cast<LIGGROUP*>(calloc(slots, sizeof(LIGGROUP)));
   if (!m_groups) return false;
   m_groupMask = slots - 1;
+  while (uint32_t{1} << (32 - m_groupShift) < slots) --m_groupShift;
   for (unsigned c = 0; c < 65536; ++c) {
     const CHAIN* chain = Find(static_cast<unsigned short>(c));
     if (!chain) continue;
@@ -690,8 +706,8 @@ struct SUBSTITUTION {
       const LETTER& letter = index.Letter(join);
       const unsigned short after = in[1];
       ASKED asked = kNotAsked;
-      // Unless a ligature may start here, the letter's first form decides.
-      if (join >> kJoinEntryShift && !(letter.MayStartLigature(after) && after)) {
+      // Unless a ligature may be taken here, the letter's first form decides.
+      if (join >> kJoinEntryShift && !(letter.MayTakeLigature(position, after) && after)) {
         const FORM& form = letter.form[position - 1];
         if (!form.rec) {
           *o++ = *in++;
@@ -710,7 +726,10 @@ struct SUBSTITUTION {
           asked = kRefused;
         }
       }
-      joins = Decide(index, &in, o++, asked, joins);
+      // The units taken, and joins, in one word: in stays in a register.
+      const unsigned decided = Decide(index, in, o++, asked, joins);
+      in += decided >> 1;
+      joins = decided & 1;
     }
     return static_cast<size_t>(o - out);
   }
@@ -731,11 +750,10 @@ struct SUBSTITUTION {
   // it with the letter before it as joins says, in the order of the general
   // walk: the ligatures the next unit may start, the letter's forms for its
   // position (from the second on if asked is kRefused), then the variants
-  // of what the slot became. Writes the slot to *o, moves *in past the
-  // units taken, and returns joins as the letter leaves it.
-  [[gnu::noinline]] unsigned Decide(const SHAPEINDEX& index, const unsigned short** in,
+  // of what the slot became. Writes the slot to *o, and returns the number
+  // of units taken times 2, plus joins as the letter leaves it.
+  [[gnu::noinline]] unsigned Decide(const SHAPEINDEX& index, const unsigned short* text,
                                     unsigned short* o, ASKED asked, unsigned joins) const {
-    const unsigned short* text = *in;
     const unsigned short c = *text;
     const uint16_t join = index.Join(c);
     const int position = Position(index, text, joins);
@@ -747,14 +765,15 @@ struct SUBSTITUTION {
       const FORM& form = letter.form[position - 1];
       const VARIANT* v = nullptr;
       const VARIANT* medial = nullptr;
-      // The ligatures come first; where the form was asked, none can start.
-      if (asked == kNotAsked) {
+      // The ligatures come first. Where the form was refused, none could be
+      // taken, and the walk only notes their medial form.
+      if (asked != kTaken) {
         const unsigned short after = text[1];
         uint32_t count = 0;
         const VARIANT* lig =
             letter.MayStartLigature(after) && after ? index.Ligatures(c, after, &count) : nullptr;
         if (count) v = FromLigatures(lig, lig + count, text + 1, &slot.position, &medial);
-        if (!v && form.rec) asked = Asked(form.rec) ? kTaken : kRefused;
+        if (!v && form.rec && asked == kNotAsked) asked = Asked(form.rec) ? kTaken : kRefused;
       }
       round = 1;
       if (v) {
@@ -762,8 +781,7 @@ struct SUBSTITUTION {
         at += v->length - 1;
       } else if (asked == kTaken && !(form.joins & kFormAgain)) {
         *o = form.code;
-        ++*in;
-        return (joins & form.joins >> 1) | (form.joins & kJoinLetter);
+        return 2 | (joins & form.joins >> 1) | (form.joins & kJoinLetter);
       } else if (asked == kTaken) {
         slot.code = form.code;
         slot.position = form.taken;
@@ -777,9 +795,9 @@ struct SUBSTITUTION {
     }
     Rounds(index, text, &at, kCategoryNone, round, &slot);
     *o = slot.code;
-    *in += at + 1;
-    if (slot.category == kCategoryMark) return joins;
-    return slot.position <= kMedial && slot.category <= kLastLetter;
+    const unsigned taken = static_cast<unsigned>(at + 1) << 1;
+    if (slot.category == kCategoryMark) return taken | joins;
+    return taken | (slot.position <= kMedial && slot.category <= kLastLetter);
   }
 };
 
