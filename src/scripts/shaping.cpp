@@ -45,11 +45,15 @@
 // with positional forms the number of its entry in a dense table: per
 // position, the first variant the walk would ask for, with what the slot
 // becomes if the font takes it. A letter is then decided by the word of the
-// letter after it (and of any marks between), its entry, and one question
-// to the callback. Whatever that entry doesn't settle (a ligature the next
-// unit may start, a refused form, a form with variants of its own) goes on
-// exactly where the general walk would be at that point, so both loops ask
-// the callback the same questions in the same order.
+// character after it (and of any marks between), its entry, and one
+// question to the callback. Whatever the entry doesn't settle (a ligature
+// that may be taken at that position, as a filter of second units per
+// position tells; a refused form; a form with variants of its own) goes on
+// in Decide exactly where the general walk would be at that point, so both
+// loops ask the callback the same questions in the same order. Decide
+// returns how far it went instead of moving the cursor through a pointer: a
+// cursor whose address is taken lives in memory, and each step of the loop
+// would wait for it there.
 #include "vosystem/glyphs.h"
 
 static const char s_ident[] = "@(#) shaping.cpp 1.0";
