@@ -356,9 +356,9 @@ int main(int argc, char** argv) {
   GetUCDATA('A');  // the database loads before any timing
   for (INPUT which : {INPUT_Word, INPUT_Lines, INPUT_Page, INPUT_Paragraph}) {
     const size_t differences = ShapingDifferences(which);
-    std::printf("shape/%s: %zu texts of %zu UTF-8 bytes, %zu shaped differently by ICU\n",
-                kInputNames[which], Corpus().inputs[which].size(), Corpus().bytes[which],
-                differences);
+    std::fprintf(stderr, "shape/%s: %zu texts of %zu UTF-8 bytes, %zu shaped differently by ICU\n",
+                 kInputNames[which], Corpus().inputs[which].size(), Corpus().bytes[which],
+                 differences);
   }
   RATIOREPORTER reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
