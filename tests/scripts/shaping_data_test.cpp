@@ -98,14 +98,25 @@ std::vector<REC> Database() {
   return recs;
 }
 
-TEST(ShapingDataTest, PositionalFormsLoopAnswersAsTheWholeWalk) {
-  const std::string folder = std::string(VOSYS_TEST_SCRATCH) + "/shapingXXXXXX";
-  std::string path = folder;
-  ASSERT_NE(mkdtemp(path.data()), nullptr);
-  ASSERT_EQ(chdir(path.c_str()), 0);
-  setenv("VOSYS_DATA_DIR", (path + "/nodata").c_str(), 1);
-  std::ofstream(path + "/ucdata.ref", std::ios::binary) << File(Database());
+// The test works in a folder of its own, with the data folder pointed at a
+// place that doesn't count, so that only the file written here is found.
+class ShapingDataTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = std::string(VOSYS_TEST_SCRATCH) + "/shapingXXXXXX";
+    ASSERT_NE(mkdtemp(m_folder.data()), nullptr);
+    ASSERT_EQ(chdir(m_folder.c_str()), 0);
+    setenv("VOSYS_DATA_DIR", (m_folder + "/nodata").c_str(), 1);
+    std::ofstream(m_folder + "/ucdata.ref", std::ios::binary) << File(Database());
+  }
+  void TearDown() override {
+    if (chdir(VOSYS_TEST_SCRATCH) == 0) std::filesystem::remove_all(m_folder);
+  }
 
+  std::string m_folder;
+};
+
+TEST_F(ShapingDataTest, PositionalFormsLoopAnswersAsTheWholeWalk) {
   // By hand, from the rules.
   EXPECT_EQ(Shape({B}, nullptr), u"\uE004");
   EXPECT_EQ(Shape({B, B, B}, nullptr), u"\uE001\uE002\uE003");
@@ -153,8 +164,6 @@ TEST(ShapingDataTest, PositionalFormsLoopAnswersAsTheWholeWalk) {
       ASSERT_EQ(fast.asked, whole.asked) << n;
     }
   }
-  EXPECT_EQ(chdir(VOSYS_TEST_SCRATCH), 0);
-  std::filesystem::remove_all(path);
 }
 
 }  // namespace
