@@ -3,8 +3,9 @@
 // base directions, a caret driven by the input, glyph directions and the
 // flip, shaping, Indic reordering in every script and Thai shifting. Beyond
 // staying in bounds: logical and visual text come back exactly as given,
-// the caret never names a place outside the text, and no result is longer
-// than its function allows.
+// the caret never names a place outside the text, no result is longer than
+// its function allows, and shaping with the positional forms alone gives
+// what the walk of the whole chain gives.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -95,6 +96,16 @@ void Glyphs(const std::vector<unsigned short>& text, int features) {
     Check(shaped && Length(shaped) <= n);
     free(shaped);
   }
+  // The positional forms alone have a loop of their own, which must answer
+  // as the walk of the whole chain (another feature forces it) does.
+  unsigned short* alone =
+      MucDoGlyphSubstitutions(text.data(), Refuse, &bit, GLYPHFEATURE_Contextual);
+  unsigned short* whole = MucDoGlyphSubstitutions(text.data(), Refuse, &bit,
+                                                  GLYPHFEATURE_Contextual | GLYPHFEATURE_Fraction);
+  Check(alone && whole && Length(alone) == Length(whole) &&
+        Same(alone, std::vector<unsigned short>(whole, whole + Length(whole) + 1)));
+  free(alone);
+  free(whole);
 }
 
 void Scripts(const std::vector<unsigned short>& text) {
