@@ -10,6 +10,7 @@ PACKAGES=(
   clang libclang-rt-14-dev
   unicode-data locales perl icu-devtools
   libfribidi-dev
+  x11-common
 )
 
 missing=()

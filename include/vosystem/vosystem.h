@@ -26,6 +26,8 @@
 #define VOSYSTEM_VOSYSTEM_H
 
 #include "vosystem/bidi.h"
+#include "vosystem/color.h"
+#include "vosystem/datetime.h"
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
 #include "vosystem/filefind.h"
