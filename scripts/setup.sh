@@ -53,3 +53,18 @@ build/bin/vosys ini set "$settings/settings.ini" Display Gamma 2.20000
 build/bin/vosys ini set "$settings/settings.ini" Survey Pilot 'Ana Pérez'
 build/bin/vosys ini list "$settings/settings.ini"
 rm -rf "$settings"
+echo
+echo "== vosys date: the dates of samples/dates.tsv read by their formats, in every form"
+grep -v '^#' samples/dates.tsv | while IFS=$'\t' read -r format text; do
+  if [ "$format" = - ]; then
+    TZ=EST5EDT,M3.2.0,M11.1.0 build/bin/vosys date "$text"
+  else
+    TZ=EST5EDT,M3.2.0,M11.1.0 build/bin/vosys date --format "$format" "$text"
+  fi
+  echo
+done
+echo "== vosys color: the colours of samples/colors.txt in every packed form"
+while read -r colour; do
+  echo "-- $colour"
+  build/bin/vosys color "$colour"
+done < samples/colors.txt

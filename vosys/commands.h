@@ -17,5 +17,7 @@ int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
+int CmdDate(int argc, char** argv);
+int CmdColor(int argc, char** argv);
 
 #endif

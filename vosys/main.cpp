@@ -11,6 +11,8 @@
 //   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
 //   vosys shape TEXT                 Arabic text in its presentation forms
 //   vosys ini get|set|list FILE ...  settings files
+//   vosys date [--format F] [TEXT]   a date read by a format, in every form
+//   vosys color NAME|VALUE           a colour in every form
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -56,6 +58,11 @@ const char kUsage[] =
     "  ini set FILE GROUP FIELD VALUE\n"
     "                            set it (the file is made if missing)\n"
     "  ini list FILE             every group and field, with its value\n"
+    "  date [--format F] [TEXT]  read TEXT as a date and time by the format F (or the\n"
+    "                            usual ones) and show it in every form: Julian day,\n"
+    "                            weekday, seconds since 1970, file time, local time\n"
+    "  color NAME|VALUE          a colour by name (built-in or rgb.txt), \"#RRGGBB\" or\n"
+    "                            percentages \"r g b\", in every packed form\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -208,6 +215,8 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "date") == 0) return CmdDate(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "color") == 0) return CmdColor(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }
