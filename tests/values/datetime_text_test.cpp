@@ -94,6 +94,12 @@ TEST(DateText, EveryDirectiveReadsBackWhatStrftimeWrote) {
       {"%C%y", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
       {"%y%C", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
       {"%%%Y%%", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
+      {"%EY %Oy %EC", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
+      {"%OH:%OM:%OS %EX", hms},
+      // Space-padded numbers, behind a blank of the format that takes the padding.
+      {" %e", [](const tm& a, const tm& b) { return a.tm_mday == b.tm_mday; }},
+      {" %k", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
+      {" %l %p", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
       {"%A, %B %d, %Y %T",
        [date, hms](const tm& a, const tm& b) { return date(a, b) && hms(a, b); }},
   };
