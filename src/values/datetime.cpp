@@ -34,6 +34,13 @@ int WrapAdd(long long a, long long b) {
                                                 static_cast<unsigned long long>(b)));
 }
 
+// trunc(v), without a call into the maths library where the processor's
+// baseline has no rounding instruction: below 2^52 through a 64-bit
+// integer, above it v is whole already. NaN stays NaN.
+inline double Trunc(double v) {
+  return std::fabs(v) < 4503599627370496.0 ? static_cast<double>(static_cast<long long>(v)) : v;
+}
+
 // trunc(v) clamped to the range of int; NaN gives 0.
 int ToInt(double v) {
   if (!(v == v)) return 0;
@@ -110,24 +117,24 @@ extern "C" long MdtJulianDate(int day, int month, int year) {
   }
   double b = 0;
   if (y * 10000 + m * 100 + d >= 15821015) {
-    const double a = std::trunc(y / 100);
-    b = std::trunc(a / 4) - a + 2;
+    const double a = Trunc(y / 100);
+    b = Trunc(a / 4) - a + 2;
   }
-  return ToLong(std::trunc(y * 365.25 - c) + std::trunc((m + 1) * 30.6001) + d + b + 1720994);
+  return ToLong(Trunc(y * 365.25 - c) + Trunc((m + 1) * 30.6001) + d + b + 1720994);
 }
 
 extern "C" void MdtCalendarDate(long julian, int* day, int* month, int* year) {
   const double z = static_cast<double>(julian) + 1;
   double a = z;
   if (z > 2299160) {
-    const double alpha = std::trunc((z - 1867216.25) / 36524.25);
-    a = z + alpha - std::trunc(alpha / 4) + 1;
+    const double alpha = Trunc((z - 1867216.25) / 36524.25);
+    a = z + alpha - Trunc(alpha / 4) + 1;
   }
   const double b = a + 1524;
-  const double c = std::trunc((b - 122.1) / 365.25);
-  const double d = std::trunc(c * 365.25);
-  const double e = std::trunc((b - d) / 30.6001);
-  const double dd = b - d - std::trunc(e * 30.6001);
+  const double c = Trunc((b - 122.1) / 365.25);
+  const double d = Trunc(c * 365.25);
+  const double e = Trunc((b - d) / 30.6001);
+  const double dd = b - d - Trunc(e * 30.6001);
   const double mm = e < 13.5 ? e - 1 : e - 13;
   const double yy = mm > 2.5 ? c - 4716 : c - 4715;
   if (day) *day = ToInt(dd);
@@ -352,7 +359,7 @@ void DATETIME::SetDateJulian(long julian) {
 void DATETIME::SetDateTimeJulian(double value) {
   SetDateJulian(ToLong(value));
   const double magnitude = std::fabs(value);
-  const double fraction = magnitude - std::trunc(magnitude);
+  const double fraction = magnitude - Trunc(magnitude);
   const double slack = 4 * (std::nextafter(magnitude, HUGE_VAL) - magnitude) * 86400;
   long seconds = ToLong(fraction * 86400 + slack);
   if (seconds < 0) seconds = 0;

@@ -389,9 +389,10 @@ void DATETIME::StrfTime(VOSTRING& out, const char* format, bool local) const {
   tm t;
   Get(t, local);
   const DATETIME date(t, local);
-  t.tm_wday = date.GetDayOfWeek() - 1;
-  const int yday = date.GetDayOfYear() - 1;
-  if (yday >= 0 && yday <= 365) t.tm_yday = yday;
+  const long julian = date.GetDateJulian();
+  t.tm_wday = MdtDayOfWeek(julian) - 1;
+  const long yday = julian - MdtJulianDate(1, 1, date.GetYear());
+  if (yday >= 0 && yday <= 365) t.tm_yday = static_cast<int>(yday);
   char* changed = nullptr;
   if (t.tm_year < 0) {
     changed = strdup(format);
