@@ -11,6 +11,7 @@ PACKAGES=(
   unicode-data locales perl icu-devtools
   libfribidi-dev
   libboost-dev libroaring-dev
+  x11-common
 )
 
 missing=()

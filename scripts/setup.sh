@@ -61,3 +61,18 @@ echo
 echo "== vosys rsrc: the resources of a classic Mac resource fork, by type and by id"
 build/bin/vosys rsrc samples/survey.rsrc TEXT
 build/bin/vosys rsrc samples/survey.rsrc 'STR ' -16396
+echo
+echo "== vosys date: the dates of samples/dates.tsv read by their formats, in every form"
+grep -v '^#' samples/dates.tsv | while IFS=$'\t' read -r format text; do
+  if [ "$format" = - ]; then
+    TZ=EST5EDT,M3.2.0,M11.1.0 build/bin/vosys date "$text"
+  else
+    TZ=EST5EDT,M3.2.0,M11.1.0 build/bin/vosys date --format "$format" "$text"
+  fi
+  echo
+done
+echo "== vosys color: the colours of samples/colors.txt in every packed form"
+while read -r colour; do
+  echo "-- $colour"
+  build/bin/vosys color "$colour"
+done < samples/colors.txt

@@ -19,5 +19,7 @@ int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
 int CmdXml(int argc, char** argv);
 int CmdRsrc(int argc, char** argv);
+int CmdDate(int argc, char** argv);
+int CmdColor(int argc, char** argv);
 
 #endif

@@ -13,6 +13,8 @@
 //   vosys ini get|set|list FILE ...  settings files
 //   vosys xml [--html|--ids] FILE    a document written out indented
 //   vosys rsrc FILE TYPE [ID]        resources of a classic Mac resource fork
+//   vosys date [--format F] [TEXT]   a date read by a format, in every form
+//   vosys color NAME|VALUE           a colour in every form
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -64,6 +66,11 @@ const char kUsage[] =
     "                            such as EPSG:4326\n"
     "  rsrc FILE TYPE [ID]       the resources of TYPE (e.g. TEXT) in the resource\n"
     "                            fork FILE, or the one with ID\n"
+    "  date [--format F] [TEXT]  read TEXT as a date and time by the format F (or the\n"
+    "                            usual ones) and show it in every form: Julian day,\n"
+    "                            weekday, seconds since 1970, file time, local time\n"
+    "  color NAME|VALUE          a colour by name (built-in or rgb.txt), \"#RRGGBB\" or\n"
+    "                            percentages \"r g b\", in every packed form\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -218,6 +225,8 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
   if (std::strcmp(cmd, "xml") == 0) return CmdXml(argc - 2, argv + 2);
   if (std::strcmp(cmd, "rsrc") == 0) return CmdRsrc(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "date") == 0) return CmdDate(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "color") == 0) return CmdColor(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -64,9 +64,9 @@ enum INIOPEN : unsigned long {
 //   Point2D, Point3D, Rect, Rect2   2, 3, 4, 4 doubles
 //   ParmRecord   200 bytes: a 16-bit integer at 0, four at 72, fifteen
 //                doubles at 80
-//   Color        four unsigned 16-bit fields (red, green, blue, flags);
-//                red, green and blue are written, and reading sets bit 0 of
-//                the flags (a colour in model mode loses its model number)
+//   Color        a COLOR (color.h); its red, green and blue are written,
+//                and read through COLOR::SetRGB, which sets bit 0 of the
+//                flags (a colour in model mode loses its model number)
 // Several elements are one field with a blank-separated list, continued on
 // new lines past 80 columns.
 enum INITYPE : unsigned long {

@@ -9,7 +9,8 @@
 //   - the empty body of every default-constructed VOSTRING (and the empty
 //     text of STRUTF8), which is never counted, changed or freed;
 //   - the process-wide tables loaded on first use (the character database,
-//     the words for yes and no): the first use from several threads at once
+//     the words for yes and no, the colour names of "rgb.txt"): the first
+//     use from several threads at once
 //     loads once, every thread sees the whole table, and a load that failed
 //     stays failed;
 //   - the counter of SetErrPosnDisable/SetErrPosnEnable, which conversions
@@ -29,6 +30,8 @@
 
 #include "vosystem/bidi.h"
 #include "vosystem/bitset.h"
+#include "vosystem/color.h"
+#include "vosystem/datetime.h"
 #include "vosystem/errors.h"
 #include "vosystem/export.h"
 #include "vosystem/filefind.h"

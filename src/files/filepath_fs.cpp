@@ -581,10 +581,10 @@ time_t TimeTFromTM(const tm* t) {
   const long long year = t->tm_year + 1900LL;
   const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
   const int month = t->tm_mon >= 0 && t->tm_mon < 12 ? t->tm_mon : 0;
-  long long leapDays = 0;
-  for (long long y = 1972; y < year; y += 4)
-    if (y % 100 != 0 || y % 400 == 0) ++leapDays;
-  long long s = t->tm_sec + 60LL * t->tm_min + 3600LL * t->tm_hour + 86400LL * (t->tm_mday - 1) +
+  // The Gregorian leap days of the years from 1972 up to the one before year.
+  const auto leapsThrough = [](long long y) { return y / 4 - y / 100 + y / 400; };
+  const long long leapDays = leapsThrough(year - 1) - leapsThrough(1971);
+  long long s = t->tm_sec + 60LL * t->tm_min + 3600LL * t->tm_hour + 86400LL * (t->tm_mday - 1LL) +
                 86400LL * kDaysBefore[month] + (leap && month > 1 ? 86400 : 0) +
                 31536000LL * (year - 1970) + 86400LL * leapDays;
   return static_cast<time_t>(s);

@@ -23,6 +23,7 @@ static const char s_ident[] = "@(#) initypes.cpp 1.0";
 
 #include "foundation/clocale.h"
 #include "foundation/errpos.h"
+#include "vosystem/color.h"
 #include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/ucstring.h"
@@ -62,7 +63,7 @@ const COMPOSITE kComposites[] = {
      3,
      {{INITYPE_Int16, 1, 0}, {INITYPE_Int16, 4, 72}, {INITYPE_Double, 15, 80}}},
     {INITYPE_Rect, 32, 1, {{INITYPE_Double, 4, 0}}},
-    {INITYPE_Color, 8, 1, {{INITYPE_UInt16, 3, 0}}},
+    {INITYPE_Color, sizeof(COLOR), 1, {{INITYPE_UInt16, 3, 0}}},
     {INITYPE_Rect2, 32, 1, {{INITYPE_Double, 4, 0}}},
 };
 
@@ -345,16 +346,14 @@ int WriteIniType(INIWRITEDATA& data, const void* value, unsigned long type, int 
   return 0;
 }
 
-// A colour's components go in as the colour's own setter takes them: in
-// model mode (bit 7) the model number in the low byte of the flags goes,
-// and bit 0 says the colour has a value.
-void SetRGB(unsigned char* color, const uint16_t rgb[3]) {
-  uint16_t flags;
-  memcpy(&flags, color + 6, sizeof flags);
-  if (flags & 0x80) flags &= 0xFF00;
-  flags |= 1;
-  memcpy(color, rgb, 3 * sizeof(uint16_t));
-  memcpy(color + 6, &flags, sizeof flags);
+// A colour's red, green and blue go in through the colour's own setter: in
+// model mode the model number in the low byte of the flags goes, and bit 0
+// says the colour has a value.
+void SetColorRGB(unsigned char* record, const uint16_t rgb[3]) {
+  COLOR color;
+  memcpy(&color, record, sizeof color);
+  color.SetRGB(rgb[0], rgb[1], rgb[2]);
+  memcpy(record, &color, sizeof color);
 }
 
 }  // namespace
@@ -405,7 +404,7 @@ int ReadIniEntries(unsigned long type, const char* text, void* out, int count) {
       uint16_t rgb[3];
       void* to = type == INITYPE_Color ? static_cast<void*>(rgb) : record + part.offset;
       whole = ParseIniType(part.type, p, &p, to, part.count) == part.count;
-      if (whole && type == INITYPE_Color) SetRGB(record, rgb);
+      if (whole && type == INITYPE_Color) SetColorRGB(record, rgb);
     }
     if (!whole) break;
     memcpy(element, record, static_cast<size_t>(c->size));
@@ -423,7 +422,15 @@ int WriteIniEntries(INIWRITEDATA& data, const void* value, unsigned long type, i
     for (int i = 0; i < c->parts; ++i) {
       const PART& part = c->part[i];
       const bool more = e + 1 < count || i + 1 < c->parts;
-      const int rc = WriteIniType(data, element + part.offset, part.type, part.count, more);
+      uint16_t rgb[3];
+      const void* from = element + part.offset;
+      if (type == INITYPE_Color) {
+        COLOR color;
+        memcpy(&color, element, sizeof color);
+        color.GetRGB(rgb[0], rgb[1], rgb[2]);
+        from = rgb;
+      }
+      const int rc = WriteIniType(data, from, part.type, part.count, more);
       if (rc < 0) return PASSERR(rc);
     }
   }
