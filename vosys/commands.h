@@ -17,5 +17,10 @@ int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
+int CmdText(int argc, char** argv);
+
+// Makes the library read the texts of language code (such as "fra") through
+// settings of this process's own; false, with a message, if it can't.
+bool UseLanguage(const char* code);
 
 #endif
