@@ -21,7 +21,10 @@
 // What is process-wide and not guarded: the last-error record (code, text,
 // module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
 // Two threads must not fail, nor read the record, at the same time; and
-// ucstrtok keeps one position for the whole process.
+// ucstrtok keeps one position for the whole process. The text resource
+// manager is one object whose lookups change it (TEXTRES, TEXTRESITEM,
+// VOSTRING(TEXTID), the descriptions of the encodings): one thread at a
+// time; the texts it returns are strings of their own.
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 
