@@ -6,7 +6,7 @@ set -euo pipefail
 PACKAGES=(
   build-essential cmake pkg-config python3
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  libicu-dev libxml2-dev libpcre2-dev libre2-dev libglib2.0-dev
+  libicu-dev libxml2-dev libxml2-utils libpcre2-dev libre2-dev libglib2.0-dev
   clang libclang-rt-14-dev
   unicode-data locales perl icu-devtools
   libfribidi-dev

@@ -62,3 +62,7 @@ build/bin/vosys ini set "$settings/settings.ini" Display Gamma 2.20000
 build/bin/vosys ini set "$settings/settings.ini" Survey Pilot 'Ana Pérez'
 build/bin/vosys ini list "$settings/settings.ini"
 rm -rf "$settings"
+
+echo "== vosys xml: the sample catalogue written out indented, then its identifiers"
+build/bin/vosys xml samples/catalog.xml
+build/bin/vosys xml --ids samples/catalog.xml

@@ -17,6 +17,7 @@ int CmdGrep(int argc, char** argv);
 int CmdBidi(int argc, char** argv);
 int CmdShape(int argc, char** argv);
 int CmdIni(int argc, char** argv);
+int CmdXml(int argc, char** argv);
 int CmdText(int argc, char** argv);
 
 // Makes the library read the texts of language code (such as "fra") through

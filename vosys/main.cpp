@@ -13,6 +13,7 @@
 //   vosys ini get|set|list FILE ...  settings files
 //   vosys text NUMBER|NAME           a text resource
 //   vosys --lang CODE COMMAND ...    any command with the texts of a language
+//   vosys xml [--html|--ids] FILE    a document written out indented
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -64,6 +65,10 @@ const char kUsage[] =
     "                            those sets)\n"
     "  --lang CODE               before a command: texts in the language CODE (fra),\n"
     "                            English where that language has none\n"
+    "  xml [--html] FILE         parse a document (XML, or HTML) and write it out\n"
+    "                            indented\n"
+    "  xml --ids FILE            list the elements whose text is an authority's code,\n"
+    "                            such as EPSG:4326\n"
     "  --help                    show this text\n";
 
 // Text from the command line or a file is UTF-8.
@@ -238,6 +243,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
   if (std::strcmp(cmd, "text") == 0) return CmdText(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "xml") == 0) return CmdXml(argc - 2, argv + 2);
   std::fprintf(stderr, "vosys: unknown command '%s'\n\n%s", cmd, kUsage);
   return 2;
 }

@@ -21,10 +21,12 @@
 // What is process-wide and not guarded: the last-error record (code, text,
 // module lines, details) and the texts GetErrStrUC and GetErrStrLine1UC give.
 // Two threads must not fail, nor read the record, at the same time; and
-// ucstrtok keeps one position for the whole process. The text resource
-// manager is one object whose lookups change it (TEXTRES, TEXTRESITEM,
-// VOSTRING(TEXTID), the descriptions of the encodings): one thread at a
-// time; the texts it returns are strings of their own.
+// ucstrtok keeps one position for the whole process. XML documents parse and
+// write one at a time in the process: libxml2's message handler, entity
+// loader and output settings, which XMLDOC sets for each, are process-wide.
+// The text resource manager is one object whose lookups change it (TEXTRES,
+// TEXTRESITEM, VOSTRING(TEXTID), the descriptions of the encodings): one
+// thread at a time; the texts it returns are strings of their own.
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 
@@ -36,6 +38,7 @@
 #include "vosystem/fileraw.h"
 #include "vosystem/genericrw.h"
 #include "vosystem/glyphs.h"
+#include "vosystem/identifier.h"
 #include "vosystem/indic.h"
 #include "vosystem/inifuncs.h"
 #include "vosystem/memfunc.h"
@@ -52,5 +55,6 @@
 #include "vosystem/viofuncs.h"
 #include "vosystem/vodblary.h"
 #include "vosystem/vostring.h"
+#include "vosystem/xml.h"
 
 #endif

@@ -16,7 +16,7 @@ run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_PREFIX_PATH=${prefix} "-DCMAKE_CXX_FLAGS=${EXTRA_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${WORK_DIR}/build/consumer_cmake)
-set(expected "Copied report.txt of 7 files; lower of U\\+00C9 is U\\+00E9")
+set(expected "Copied report.txt of 7 files; lower of U\\+00C9 is U\\+00E9\nxml text")
 if(NOT LAST_OUTPUT MATCHES "${expected}")
   message(FATAL_ERROR "unexpected output from the CMake consumer: ${LAST_OUTPUT}")
 endif()

@@ -12,5 +12,11 @@ int main() {
   // The case mapping comes from the installed character database.
   std::printf("%s; lower of U+00C9 is U+%04X\n", utf8, uctolower(0x00C9));
   std::free(utf8);
+  // XML through the library alone: its header asks for no libxml2 headers.
+  XMLDOC doc(reinterpret_cast<const unsigned char*>("<a><b k='v'>text</b></a>"));
+  XMLNODE* b = doc.GetRootNode() ? doc.GetRootNode()->FindChild("b") : nullptr;
+  STRUTF8 text;
+  if (!b || !b->GetText(text)) return 1;
+  std::printf("xml %s\n", static_cast<const char*>(text));
   return 0;
 }
