@@ -26,6 +26,7 @@
 #include "vosystem/vostring.h"
 
 class FILEPATH;
+class XMLNODE;
 
 // Number of a text resource; error codes are negative TEXTIDs. The values are
 // defined by the resource files, not here.
@@ -49,6 +50,14 @@ class VOSYS_API TEXTRES {
   static int Initialize();
   // Nothing: the files are closed when the process ends.
   static void Terminate();
+  // Adds an XML override file: a root element "textres" whose children
+  // "text" or "message" give their text under the value of each of their
+  // attributes "name", "label", "title" and "help", in that set (U+0085
+  // becomes a line feed). Their texts stand before every resource file's,
+  // and a later file's before an earlier's; lookups by number don't see
+  // them. 0; the stream's code when the file can't be read, -1931 when it
+  // isn't XML, -1587 for another root element or a file above 16 MB.
+  static int AddFile(const FILEPATH& path);
 
   // Text by number; 0 gives the empty text without asking any file.
   static VOSTRING GetString(int id);
@@ -94,6 +103,11 @@ class VOSYS_API TEXTRESITEM {
   TEXTRESITEM& operator=(const VOSTRING& text);
   // Resolves name in set: true if the item is now valid.
   bool Assign(const char* name, TEXTRES_NAMESET set);
+  // From an element whose text is a name of the text set (attribute
+  // "lookup" missing or true: 1 if it resolves, else 0 and an invalid item)
+  // or the text itself (lookup="no": 1). An element without text gives 0
+  // and leaves the item as it was.
+  int CreateFromXML(const XMLNODE* node);
 
   // The text; the empty string for an invalid item. The reference stays
   // valid while the item (or a copy) holds the same body.

@@ -93,6 +93,8 @@ class PRIV_textres {
   // Opens a binary resource file and puts it first in the search order. 0
   // or the code of RESFILE::Open.
   int AddFile(const FILEPATH& path);
+  // Adds an XML override file (textres_xml.cpp). 0 or a negative code.
+  int AddXmlFile(const FILEPATH& path);
   VOSTRING GetString(int id);
   VOSTRING GetString(const char* name, TEXTRES_NAMESET set, bool nameIfMissing);
   int HasEntry(const char* name, TEXTRES_NAMESET set);

@@ -16,6 +16,7 @@
 #include "vosystem/fileraw.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/ucconv.h"
+#include "vosystem/xml.h"
 
 using namespace restest;
 
@@ -341,6 +342,95 @@ TEST(TextRes, TheNewestFileIsAskedFirst) {
   EXPECT_TRUE(other.IsEqual(close));
   EXPECT_TRUE(TEXTRESITEM(VOSTRING("a")) < TEXTRESITEM(VOSTRING("b")));
   EXPECT_FALSE(TEXTRESITEM(VOSTRING("b")) < TEXTRESITEM(VOSTRING("a")));
+}
+
+// XML override files stand before every resource file, the later before
+// the earlier, for lookups by name only.
+TEST(TextRes, XmlOverridesStandBeforeEveryFile) {
+  OWNFOLDER dir;
+  WriteFile(dir / "textres.enu", Build(English()));
+  ASSERT_EQ(TEXTRES::Initialize(), 1);
+  std::ofstream(dir / "one.xml")
+      << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<textres>\n"
+         "  <text name=\"both\" label=\"Open\">Over\xC2\x85ride</text>\n"
+         "  <message title=\"Main\" help=\"Open\" name=\"7\">  M\xC3\xA9ssage  </message>\n"
+         "  <Message name=\"skipped\">case counts</Message>\n"
+         "  <item name=\"skipped\">other elements</item>\n"
+         "  <text>no attribute</text><text other=\"x\">other attribute</text>\n"
+         "  <!-- a comment --><?text a processing instruction?>\n"
+         "  <text name=\"only.xml\" label=\"Zeta\">first</text>\n"
+         "</textres>\n";
+  std::ofstream(dir / "two.xml") << "<textres><text name=\"only.xml\">second</text></textres>";
+  const TEXTRESITEM before("both", TEXTRES_NAMESET_Text);
+  ASSERT_EQ(TEXTRES::AddFile(PathOf(dir / "one.xml")), 0);
+  EXPECT_EQ(U8(TEXTRES::GetString("both", TEXTRES_NAMESET_Text)), "Over\nride");
+  EXPECT_EQ(U8(TEXTRES::GetString("Open", TEXTRES_NAMESET_Label)), "Over\nride");
+  EXPECT_EQ(U8(TEXTRES::GetString("Main", TEXTRES_NAMESET_Title)), "M\xC3\xA9ssage");
+  EXPECT_EQ(U8(TEXTRES::GetString("Open", TEXTRES_NAMESET_Help)), "M\xC3\xA9ssage");
+  EXPECT_EQ(U8(TEXTRES::GetString("7", TEXTRES_NAMESET_Text)), "M\xC3\xA9ssage");
+  EXPECT_EQ(U8(TEXTRES::GetString(7)), "seven (enu)");  // numbers don't see the maps
+  EXPECT_EQ(TEXTRES::HasEntry("skipped", TEXTRES_NAMESET_Text), 0);
+  EXPECT_EQ(U8(TEXTRES::GetString("only.enu", TEXTRES_NAMESET_Text)), "only (enu)");
+  // Items: a name of an override file makes a literal item, which keeps its
+  // text; one made before still reads its file.
+  TEXTRESITEM item("only.xml", TEXTRES_NAMESET_Text);
+  EXPECT_EQ(U8(item.GetString()), "first");
+  EXPECT_EQ(U8(before.GetString()), "both (enu)");
+  ASSERT_EQ(TEXTRES::AddFile(PathOf(dir / "two.xml")), 0);
+  EXPECT_EQ(U8(TEXTRES::GetString("only.xml", TEXTRES_NAMESET_Text)), "second");
+  EXPECT_EQ(U8(item.GetString()), "first");
+  EXPECT_EQ(U8(TEXTRESITEM("only.xml", TEXTRES_NAMESET_Text).GetString()), "second");
+  // LoadX: the files' labels and titles, then those of the maps.
+  EXPECT_EQ(XLines(),
+            (std::vector<std::string>{
+                "*Close.labelString: Close (enu)", "*Open.labelString: Open (enu)",
+                "*Main_popup.title: Main (enu)", "*Open.labelString: Over\nride",
+                "*Zeta.labelString: first", "*Main_popup.title: M\xE9ssage"}));  // Latin-1
+
+  // Files that can't be added, and what each leaves on record.
+  EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "none.xml")), VOERROR_FileNotFound);
+  std::ofstream(dir / "root.xml") << "<resources><text name=\"both\">no</text></resources>";
+  EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "root.xml")), VOERROR_ResourceNotAdded);
+  EXPECT_EQ(GetLastErrCode(), VOERROR_ResourceNotAdded);
+  EXPECT_NE(Narrow(GetErrStrUC(VOERROR_ResourceNotAdded, nullptr)).find(dir / "root.xml"),
+            std::string::npos);
+  std::ofstream(dir / "broken.xml") << "<textres><text name=\"both\">no</textres>";
+  EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "broken.xml")), VOERROR_XmlUnreadable);
+  std::ofstream(dir / "laughs.xml")
+      << "<?xml version=\"1.0\"?><!DOCTYPE textres [<!ENTITY a \"aaaaaaaaaa\">"
+         "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c "
+         "\"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">"
+         "<!ENTITY d \"&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;\"><!ENTITY e "
+         "\"&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;\">"
+         "<!ENTITY f \"&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;\"><!ENTITY g "
+         "\"&f;&f;&f;&f;&f;&f;&f;&f;&f;&f;\">]>"
+         "<textres><text name=\"both\">&g;&g;&g;&g;&g;&g;&g;&g;&g;&g;</text></textres>";
+  EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "laughs.xml")), VOERROR_XmlUnreadable);
+  std::ofstream(dir / "big.xml");
+  std::filesystem::resize_file(dir / "big.xml", (16 << 20) + 1);
+  EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "big.xml")), VOERROR_ResourceNotAdded);
+  EXPECT_EQ(U8(TEXTRES::GetString("both", TEXTRES_NAMESET_Text)), "Over\nride");
+
+  // Items described by elements: a name to look up, or the text itself.
+  XMLDOC doc;
+  ASSERT_EQ(doc.Parse(reinterpret_cast<const unsigned char*>(
+                "<r><a lookup=\"no\">Save</a><b lookup=\"yes\">nothing.here</b><c/>"
+                "<d lookup=\"no\"> </d><e>only.enu</e><f lookup=\"false\">only.enu</f></r>")),
+            0);
+  const XMLNODE* r = doc.GetRootNode();
+  TEXTRESITEM x;
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("a")), 1);
+  EXPECT_EQ(U8(x.GetString()), "Save");
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("c")), 0);  // no text: the item stays
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("d")), 0);
+  EXPECT_EQ(U8(x.GetString()), "Save");
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("e")), 1);
+  EXPECT_EQ(U8(x.GetString()), "only (enu)");
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("f")), 1);
+  EXPECT_EQ(U8(x.GetString()), "only.enu");
+  EXPECT_EQ(x.CreateFromXML(r->FindChild("b")), 0);
+  EXPECT_FALSE(x.IsValid());
+  EXPECT_EQ(x.CreateFromXML(nullptr), 0);
 }
 
 TEST(TextRes, ABadEnglishFileLeavesNoFileOpen) {
