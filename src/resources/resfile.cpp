@@ -372,7 +372,7 @@ int RESFILE::ReadName(TEXTRES_NAMESET set, int index, char* out) {
 int RESFILE::ReadText(long addr, VOSTRING& out) {
   if (!m_valid || addr < kHeaderSize || addr > m_size - kRecordMin) return 0;
   if (const CACHED* cached = FindCached(static_cast<int32_t>(addr))) {
-    out = cached->units;
+    out = VOSTRING(cached->units);  // a body made to size, shared by out
     return 1;
   }
   // The length and the longest possible record in one read: a record that
@@ -393,7 +393,7 @@ int RESFILE::ReadText(long addr, VOSTRING& out) {
   if (units[n - 1] != 0) return 0;
   ++m_recordReads;
   Remember(static_cast<int32_t>(addr), units, n - 1);
-  out = units;
+  out = VOSTRING(units);
   return 1;
 }
 

@@ -48,6 +48,7 @@ RESSPEC Sample() {
 
 class ResFile : public ::testing::Test {
  protected:
+  ResFile() { ClearLastErr(); }  // the record is the process's, and checked here
   // Opens bytes as a file of the test's own: the result of Open.
   int OpenBytes(RESFILE& f, const Bytes& bytes) {
     WriteFile(m_dir / "t.res", bytes);
