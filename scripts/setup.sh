@@ -18,6 +18,15 @@ echo
 echo "== vosys error -1015"
 build/bin/vosys error -1015
 echo
+echo "== vosys error and text: a message with its values, in English and in French (English where"
+echo "   French has no text), and texts by number and by name"
+build/bin/vosys error -1102 samples/ortho.tif
+build/bin/vosys --lang fra error -1102 samples/ortho.tif
+build/bin/vosys --lang fra error -1110
+build/bin/vosys text 9501
+build/bin/vosys --lang fra text 9501
+build/bin/vosys text text-encoding.KOI-8
+echo
 echo "== vosys chars 'Åﬁ가١'"
 build/bin/vosys chars 'Åﬁ가١'
 echo

@@ -21,5 +21,10 @@ int CmdXml(int argc, char** argv);
 int CmdRsrc(int argc, char** argv);
 int CmdDate(int argc, char** argv);
 int CmdColor(int argc, char** argv);
+int CmdText(int argc, char** argv);
+
+// Makes the library read the texts of language code (such as "fra") through
+// settings of this process's own; false, with a message, if it can't.
+bool UseLanguage(const char* code);
 
 #endif

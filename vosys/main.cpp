@@ -2,7 +2,7 @@
 //
 //   vosys format TEMPLATE VALUE...   fill a template with the %/$n engine
 //   vosys format -f FILE             the same for each line of a file
-//   vosys error CODE                 the message text of an error code
+//   vosys error CODE [VALUE...]      the message text of an error code
 //   vosys chars TEXT                 the character database's view of TEXT
 //   vosys encodings                  the registry's encodings
 //   vosys convert -f FROM -t TO [FILE...]   text from one encoding to another
@@ -11,6 +11,8 @@
 //   vosys bidi [--rtl|--ltr] TEXT    mixed-direction text in visual order
 //   vosys shape TEXT                 Arabic text in its presentation forms
 //   vosys ini get|set|list FILE ...  settings files
+//   vosys text NUMBER|NAME           a text resource
+//   vosys --lang CODE COMMAND ...    any command with the texts of a language
 //   vosys xml [--html|--ids] FILE    a document written out indented
 //   vosys rsrc FILE TYPE [ID]        resources of a classic Mac resource fork
 //   vosys date [--format F] [TEXT]   a date read by a format, in every form
@@ -30,7 +32,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: vosys <command> [arguments]\n"
+    "usage: vosys [--lang CODE] <command> [arguments]\n"
     "\n"
     "commands:\n"
     "  format TEMPLATE VALUE...  fill TEMPLATE's placeholders (%d, %5.2f, %s, $1, ...)\n"
@@ -38,7 +40,8 @@ const char kUsage[] =
     "                            prefix a value with i:, f: or s: to force its type\n"
     "  format -f FILE            fill each line of FILE: a template and its values,\n"
     "                            separated by tabs ('#' starts a comment line)\n"
-    "  error CODE                print the message text of error code CODE\n"
+    "  error CODE [VALUE...]     print the message text of error code CODE, with the\n"
+    "                            values in its placeholders as a failure would fill them\n"
     "  chars TEXT                list each character of TEXT with its code, category,\n"
     "                            bidi class, case partner and decomposition\n"
     "  encodings                 list the encodings by row, with their numbers and\n"
@@ -60,6 +63,11 @@ const char kUsage[] =
     "  ini set FILE GROUP FIELD VALUE\n"
     "                            set it (the file is made if missing)\n"
     "  ini list FILE             every group and field, with its value\n"
+    "  text NUMBER|NAME          print a text resource: by number (-1102, 9501), or by\n"
+    "                            name (text-encoding.KOI-8; label:, title:, help: for\n"
+    "                            those sets)\n"
+    "  --lang CODE               before a command: texts in the language CODE (fra),\n"
+    "                            English where that language has none\n"
     "  xml [--html] FILE         parse a document (XML, or HTML) and write it out\n"
     "                            indented\n"
     "  xml --ids FILE            list the elements whose text is an authority's code,\n"
@@ -195,11 +203,22 @@ int CmdFormat(int argc, char** argv) {
   return FillAndPrint(argv[0], values) ? 0 : 1;
 }
 
+// The message as a failure raised with those values would have it.
 int CmdError(int argc, char** argv) {
   long long code = 0;
-  if (argc != 1 || !ParseInteger(argv[0], &code) || code < INT_MIN || code > INT_MAX) {
-    std::fputs("usage: vosys error CODE   (an integer, e.g. -1015)\n", stderr);
+  if (argc < 1 || !ParseInteger(argv[0], &code) || code < INT_MIN || code > INT_MAX) {
+    std::fputs("usage: vosys error CODE [VALUE...]   (an integer, e.g. -1015)\n", stderr);
     return 2;
+  }
+  if (argc > 1) {
+    _SetErrPosnC(static_cast<int>(code), nullptr, 0);
+    for (int i = 1; i < argc; ++i) {
+      if (!PushValue(GetErrString(), argv[i])) {
+        std::fprintf(stderr, "vosys: '%s' is not a value of the type its prefix asks for\n",
+                     argv[i]);
+        return 1;
+      }
+    }
   }
   PrintLine(VOSTRING(GetErrStrUC(static_cast<int>(code), nullptr)));
   return 0;
@@ -212,6 +231,16 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, argc < 2 ? stderr : stdout);
     return argc < 2 ? 2 : 0;
   }
+  if (std::strcmp(argv[1], "--lang") == 0) {
+    if (argc < 4) {
+      std::fputs(kUsage, stderr);
+      return 2;
+    }
+    if (!UseLanguage(argv[2])) return 2;
+    argv += 2;
+    argc -= 2;
+  }
+  TEXTRES::Initialize();
   const char* cmd = argv[1];
   if (std::strcmp(cmd, "format") == 0) return CmdFormat(argc - 2, argv + 2);
   if (std::strcmp(cmd, "error") == 0) return CmdError(argc - 2, argv + 2);
@@ -223,6 +252,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(cmd, "bidi") == 0) return CmdBidi(argc - 2, argv + 2);
   if (std::strcmp(cmd, "shape") == 0) return CmdShape(argc - 2, argv + 2);
   if (std::strcmp(cmd, "ini") == 0) return CmdIni(argc - 2, argv + 2);
+  if (std::strcmp(cmd, "text") == 0) return CmdText(argc - 2, argv + 2);
   if (std::strcmp(cmd, "xml") == 0) return CmdXml(argc - 2, argv + 2);
   if (std::strcmp(cmd, "rsrc") == 0) return CmdRsrc(argc - 2, argv + 2);
   if (std::strcmp(cmd, "date") == 0) return CmdDate(argc - 2, argv + 2);

@@ -36,10 +36,12 @@ enum FILE_SHARE : int { FILE_SHARE_All = 0, FILE_SHARE_Exclusive = 1 };
 
 struct FILE_RAW_PRIV;
 
-class VOSYS_API FILE_RAW final : public GENERICRW {
+// Open for derivation: a reader of one kind of file can be the open file
+// itself, so the destructor is virtual.
+class VOSYS_API FILE_RAW : public GENERICRW {
  public:
   FILE_RAW();
-  ~FILE_RAW();
+  virtual ~FILE_RAW();
   FILE_RAW(const FILE_RAW&) = delete;
   FILE_RAW& operator=(const FILE_RAW&) = delete;
 

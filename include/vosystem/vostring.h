@@ -106,7 +106,10 @@ class VOSYS_API VOSTRING {
   explicit VOSTRING(int value);       // decimal text
   explicit VOSTRING(unsigned int value);
   explicit VOSTRING(double value);
-  explicit VOSTRING(TEXTID id);                // the text resource of that number
+  explicit VOSTRING(TEXTID id);  // the text resource of that number
+  // The text resource named "group.name" of the text set (textres.h); a
+  // null group is "generic". A missing one reads "Unknown text 'group.name'".
+  VOSTRING(const char* group, const char* name);
   VOSTRING(const STRUTF8& s);                  // decodes UTF-8
   VOSTRING(const void* src, CHAR_ENCODING e);  // decodes from an encoding
   ~VOSTRING();

@@ -25,6 +25,9 @@
 // ucstrtok keeps one position for the whole process. XML documents parse and
 // write one at a time in the process: libxml2's message handler, entity
 // loader and output settings, which XMLDOC sets for each, are process-wide.
+// The text resource manager is one object whose lookups change it (TEXTRES,
+// TEXTRESITEM, VOSTRING(TEXTID), the descriptions of the encodings): one
+// thread at a time; the texts it returns are strings of their own.
 #ifndef VOSYSTEM_VOSYSTEM_H
 #define VOSYSTEM_VOSYSTEM_H
 

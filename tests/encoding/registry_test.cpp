@@ -90,7 +90,8 @@ TEST(EncodingRegistry, LookupsByNameAndNumber) {
   EXPECT_STREQ(MucGetEncodingStr(34), "ISO-8859-1");
   EXPECT_EQ(MucGetEncodingStr(67), nullptr);
 
-  // Until the localised names can be read, the description is the name.
+  // With no resource file open (nothing here initialises the text
+  // resources), the description is the name.
   unsigned short* desc = MucNameToDescUC("KOI-8");
   ASSERT_NE(desc, nullptr);
   EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(desc)), u"KOI-8");
