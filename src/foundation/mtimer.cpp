@@ -120,10 +120,7 @@ void MTIMER::Report(VOSTRING& out, const char* group, const char* name) const {
   GetString(words);
   out.Clear();
   if (group || name) {
-    // The text of "group.name", as VOSTRING(group, name) gives it.
-    unsigned short* text = MtTextGetStringExtUC(group, name ? name : "Process", 0);
-    Label(out, VOSTRING(text));
-    free(text);
+    Label(out, VOSTRING(group, name ? name : "Process"));
   }
   out += words;
 }

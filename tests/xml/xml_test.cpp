@@ -38,8 +38,14 @@ std::string Unparsed(XMLDOC& doc, bool indent) {
   return U8(out);
 }
 
+// A folder of this process's own: the tests of other programs run beside
+// these in the same scratch folder.
 std::string Scratch(const char* name) {
-  return std::string(VOSYS_TEST_SCRATCH) + "/" + name;
+  static const std::string folder = [] {
+    std::string f = std::string(VOSYS_TEST_SCRATCH) + "/xml-XXXXXX";
+    return mkdtemp(f.data()) ? f : std::string(VOSYS_TEST_SCRATCH);
+  }();
+  return folder + "/" + name;
 }
 
 FILEPATH PathOf(const std::string& s) {
