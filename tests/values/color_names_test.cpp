@@ -17,13 +17,8 @@
 
 namespace {
 
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
-
-std::string Upper(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+std::string Cased(std::string s, int (*change)(int)) {
+  for (char& c : s) c = static_cast<char>(change(static_cast<unsigned char>(c)));
   return s;
 }
 
@@ -66,7 +61,7 @@ TEST_F(ColorNames, EveryLineOfTheRealFileIsFoundByName) {
     if (!(in >> r >> g >> b)) continue;
     std::string name;
     std::getline(in >> std::ws, name);
-    if (!name.empty()) first.emplace(Lower(name), std::array<int, 3>{r, g, b});
+    if (!name.empty()) first.emplace(Cased(name, ::tolower), std::array<int, 3>{r, g, b});
     ++lines;
   }
   ASSERT_GT(lines, 700);
@@ -76,7 +71,7 @@ TEST_F(ColorNames, EveryLineOfTheRealFileIsFoundByName) {
   for (const auto& [name, rgb] : first) {
     bool builtin = false;
     for (const char* b : kBuiltin) builtin = builtin || name == b;
-    for (const std::string& asked : {name, Upper(name)}) {
+    for (const std::string& asked : {name, Cased(name, ::toupper)}) {
       COLOR c;
       c.SetTransparency(17);
       ASSERT_EQ(c.SetByName(asked.c_str()), 1) << asked;

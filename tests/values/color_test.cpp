@@ -30,26 +30,10 @@ const FORM kByteForms[] = {
 // The byte of one letter for 8-bit r, g, b and opacity a, worked out here.
 int ByteOf(char what, int r, int g, int b, int a) {
   const int k = 255 - std::max(r, std::max(g, b));
-  switch (what) {
-    case 'R':
-      return r;
-    case 'G':
-      return g;
-    case 'B':
-      return b;
-    case 'A':
-      return a;
-    case 'C':
-      return 255 - k - r;
-    case 'M':
-      return 255 - k - g;
-    case 'Y':
-      return 255 - k - b;
-    case 'K':
-      return k;
-    default:
-      return -1;
-  }
+  const int bytes[] = {r, g, b, a, 255 - k - r, 255 - k - g, 255 - k - b, k};
+  static const char kLetters[] = "RGBACMYK";
+  const char* at = strchr(kLetters, what);
+  return at ? bytes[at - kLetters] : -1;
 }
 
 }  // namespace

@@ -108,15 +108,12 @@ TEST(Calendar, EveryDayFromMinus4712To9999MatchesIntegerArithmeticAndTimegm) {
 }
 
 TEST(Calendar, KnownDaysAndTheReform) {
-  EXPECT_EQ(MdtJulianDate(1, 1, 2000), 2451544);
+  const int kDays[][4] = {{1, 1, 2000, 2451544},  {1, 1, 1970, 2440587}, {15, 10, 1582, 2299160},
+                          {4, 10, 1582, 2299159}, {1, 1, 1, 1721423},    {1, 1, 0, 1721057},
+                          {1, 1, -1, 1720692}};
+  for (const auto& k : kDays) EXPECT_EQ(MdtJulianDate(k[0], k[1], k[2]), k[3]) << k[2];
   EXPECT_EQ(MdtDayOfWeek(2451544), 7);  // a Saturday
-  EXPECT_EQ(MdtJulianDate(1, 1, 1970), 2440587);
-  EXPECT_EQ(MdtJulianDate(15, 10, 1582), 2299160);
   EXPECT_EQ(MdtDayOfWeek(2299160), 6);
-  EXPECT_EQ(MdtJulianDate(4, 10, 1582), 2299159);
-  EXPECT_EQ(MdtJulianDate(1, 1, 1), 1721423);
-  EXPECT_EQ(MdtJulianDate(1, 1, 0), 1721057);
-  EXPECT_EQ(MdtJulianDate(1, 1, -1), 1720692);
   int d, m, y;
   MdtCalendarDate(MdtJulianDate(10, 10, 1582), &d, &m, &y);
   EXPECT_TRUE(d == 20 && m == 10 && y == 1582);
@@ -223,17 +220,6 @@ TEST(DateTime, FieldsAreStoredAsGiven) {
   EXPECT_TRUE(build.IsUTCTime() && build.GetTimeOfDay(false) == 12 * 3600);
 }
 
-TEST(DateTime, AssignmentKeepsTheTargetsFormUnlikeTheCopy) {
-  SetTZ(kBerlin);
-  const DATETIME local(2004, 6, 2, 12, 0, 0, true);
-  DATETIME utc;
-  utc = local;
-  EXPECT_TRUE(utc.IsUTCTime());
-  EXPECT_EQ(utc.GetHour(), 12);
-  EXPECT_TRUE(DATETIME(local).IsLocalTime());
-  EXPECT_NE(utc, local);  // 12:00 UTC is two hours after 12:00 in Berlin's summer
-}
-
 TEST(DateTime, LocalAndUtcFormsConvertBothWaysAcrossDaylightSaving) {
   for (const char* tz : {kBerlin, kNewYork, "UTC0", "NZST-12NZDT,M9.5.0,M4.1.0/3"}) {
     SetTZ(tz);
@@ -266,8 +252,15 @@ TEST(DateTime, LocalAndUtcFormsConvertBothWaysAcrossDaylightSaving) {
   }
   // Local fields made by hand take the daylight-saving rule of their date.
   SetTZ(kBerlin);
-  EXPECT_EQ(DATETIME(2004, 6, 2, 12, 0, 0, true).GetTimeT(), 1086170400);  // 10:00 UTC
+  const DATETIME local(2004, 6, 2, 12, 0, 0, true);
+  EXPECT_EQ(local.GetTimeT(), 1086170400);                                 // 10:00 UTC
   EXPECT_EQ(DATETIME(2004, 1, 2, 12, 0, 0, true).GetTimeT(), 1073041200);  // 11:00 UTC
+  // Assignment keeps the target's form, unlike the copy: 12:00 UTC is two
+  // hours after 12:00 in Berlin's summer.
+  DATETIME utc;
+  utc = local;
+  EXPECT_TRUE(utc.IsUTCTime() && utc.GetHour() == 12 && DATETIME(local).IsLocalTime());
+  EXPECT_NE(utc, local);
   DATETIME now;
   now.SetCurrent(true);
   EXPECT_TRUE(now.IsLocalTime());

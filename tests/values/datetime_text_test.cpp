@@ -5,9 +5,9 @@
 
 #include <cstring>
 #include <ctime>
-#include <functional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "test_util.h"
@@ -50,70 +50,55 @@ std::string Strftime(const char* format, const tm& t) {
   return std::string(buf, n);
 }
 
+// The fields named by letters agree: y(ear) m(onth) d(ay) j (day of the
+// year) w(eekday) H M S, and C, the century with the rest of the year 0.
+bool Same(const char* fields, const tm& a, const tm& b) {
+  static const char kLetters[] = "ymdjwHMS";
+  static int tm::*const kFields[] = {&tm::tm_year, &tm::tm_mon,  &tm::tm_mday, &tm::tm_yday,
+                                     &tm::tm_wday, &tm::tm_hour, &tm::tm_min,  &tm::tm_sec};
+  for (const char* f = fields; *f; ++f) {
+    const bool same = *f == 'C' ? (a.tm_year + 1900) / 100 * 100 == b.tm_year + 1900
+                                : a.*kFields[strchr(kLetters, *f) - kLetters] ==
+                                      b.*kFields[strchr(kLetters, *f) - kLetters];
+    if (!same) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 TEST(DateText, EveryDirectiveReadsBackWhatStrftimeWrote) {
-  struct CASE {
-    const char* format;
-    std::function<bool(const tm& want, const tm& got)> same;
-  };
-  const auto date = [](const tm& a, const tm& b) {
-    return a.tm_year == b.tm_year && a.tm_mon == b.tm_mon && a.tm_mday == b.tm_mday;
-  };
-  const auto hm = [](const tm& a, const tm& b) {
-    return a.tm_hour == b.tm_hour && a.tm_min == b.tm_min;
-  };
-  const auto hms = [hm](const tm& a, const tm& b) { return hm(a, b) && a.tm_sec == b.tm_sec; };
-  const std::vector<CASE> cases = {
-      {"%a", [](const tm& a, const tm& b) { return a.tm_wday == b.tm_wday; }},
-      {"%A", [](const tm& a, const tm& b) { return a.tm_wday == b.tm_wday; }},
-      {"%b", [](const tm& a, const tm& b) { return a.tm_mon == b.tm_mon; }},
-      {"%B", [](const tm& a, const tm& b) { return a.tm_mon == b.tm_mon; }},
-      {"%h", [](const tm& a, const tm& b) { return a.tm_mon == b.tm_mon; }},
-      {"%C",
-       [](const tm& a, const tm& b) { return (a.tm_year + 1900) / 100 * 100 == b.tm_year + 1900; }},
-      {"%d", [](const tm& a, const tm& b) { return a.tm_mday == b.tm_mday; }},
-      {"%Od", [](const tm& a, const tm& b) { return a.tm_mday == b.tm_mday; }},
-      {"%D", date},
-      {"%H", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
-      {"%I %p", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
-      {"%j", [](const tm& a, const tm& b) { return a.tm_yday == b.tm_yday; }},
-      {"%m", [](const tm& a, const tm& b) { return a.tm_mon == b.tm_mon; }},
-      {"%M", [](const tm& a, const tm& b) { return a.tm_min == b.tm_min; }},
-      {"%r", hms},
-      {"%R", hm},
-      {"%S", [](const tm& a, const tm& b) { return a.tm_sec == b.tm_sec; }},
-      {"%T", hms},
-      {"%U %W", [](const tm&, const tm&) { return true; }},
-      {"%w", [](const tm& a, const tm& b) { return a.tm_wday == b.tm_wday; }},
-      {"%x", date},
-      {"%Ex", date},
-      {"%X", hms},
-      {"%y", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%Y", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%C%y", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%y%C", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%%%Y%%", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%EY %Oy %EC", [](const tm& a, const tm& b) { return a.tm_year == b.tm_year; }},
-      {"%OH:%OM:%OS %EX", hms},
-      // Space-padded numbers, behind a blank of the format that takes the padding.
-      {" %e", [](const tm& a, const tm& b) { return a.tm_mday == b.tm_mday; }},
-      {" %k", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
-      {" %l %p", [](const tm& a, const tm& b) { return a.tm_hour == b.tm_hour; }},
-      {"%A, %B %d, %Y %T",
-       [date, hms](const tm& a, const tm& b) { return date(a, b) && hms(a, b); }},
-  };
+  // Each format with the fields its text sets (see Same); space-padded
+  // numbers stand behind a blank of the format that takes the padding.
+  const std::pair<const char*, const char*> cases[] = {
+      {"%a", "w"},          {"%A", "w"},
+      {"%b", "m"},          {"%B", "m"},
+      {"%h", "m"},          {"%C", "C"},
+      {"%d", "d"},          {"%Od", "d"},
+      {"%D", "ymd"},        {"%H", "H"},
+      {"%I %p", "H"},       {"%j", "j"},
+      {"%m", "m"},          {"%M", "M"},
+      {"%r", "HMS"},        {"%R", "HM"},
+      {"%S", "S"},          {"%T", "HMS"},
+      {"%U %W", ""},        {"%w", "w"},
+      {"%x", "ymd"},        {"%Ex", "ymd"},
+      {"%X", "HMS"},        {"%y", "y"},
+      {"%Y", "y"},          {"%C%y", "y"},
+      {"%y%C", "y"},        {"%%%Y%%", "y"},
+      {"%EY %Oy %EC", "y"}, {"%OH:%OM:%OS %EX", "HMS"},
+      {" %e", "d"},         {" %k", "H"},
+      {" %l %p", "H"},      {"%A, %B %d, %Y %T", "ymdHMS"}};
   std::mt19937 rng(1);
   for (int i = 0; i < 2000; ++i) {
     const tm want = RandomMoment(rng);
     const DATETIME value(want, false);
-    for (const CASE& c : cases) {
+    for (const auto& [format, fields] : cases) {
       VOSTRING text;
-      value.StrfTime(text, c.format, false);
-      ASSERT_EQ(U8(text), Strftime(c.format, want));
+      value.StrfTime(text, format, false);
+      ASSERT_EQ(U8(text), Strftime(format, want));
       DATETIME got;
-      ASSERT_EQ(Parse(got, U16(text), c.format), text.GetLength()) << c.format << " " << U8(text);
-      ASSERT_TRUE(c.same(want, Fields(got))) << c.format << " " << U8(text);
+      ASSERT_EQ(Parse(got, U16(text), format), text.GetLength()) << format << " " << U8(text);
+      ASSERT_TRUE(Same(fields, want, Fields(got))) << format << " " << U8(text);
     }
   }
 }
@@ -191,89 +176,85 @@ TEST(DateText, SeparatorsAndOptionalGroups) {
 }
 
 TEST(DateText, HoursNamesYearsAndNumbers) {
+  // Text, format, units used, and the field read back: H(our), M(inute),
+  // m(onth), d(ay) or y(ear). One value goes through all, as fields stay.
+  // A name is a prefix of the text, and a missing one fails even when
+  // optional; %C%y and %y%C read the century as strptime does; a number
+  // takes two digits at most, and only as many as keep it in range; past 11
+  // there is no PM to add; a modifier must be one the conversion takes.
+  const struct {
+    const char *text, *format;
+    int used;
+    char field = 0;
+    int value = 0;
+  } cases[] = {{"5:15 PM", "%r", 7, 'H', 17},
+               {"12:15 AM", "%r", 8, 'H', 0},
+               {"12:15 pm", "%r", 8, 'H', 12},
+               {"13:15 PM", "%r", -1},
+               {"14 PM", "%H %p", -1},
+               {"Marching", "%B", 5, 'm', 3},
+               {"sEPTEMBER", "%b", 9},
+               {"Sept", "%b", 3, 'm', 9},
+               {"Thursday", "%a", 8},
+               {"x", "%[%a%]", -1},
+               {"69", "%y", 2, 'y', 1969},
+               {"68", "%y", 2, 'y', 2068},
+               {"2004", "%C%y", 4, 'y', 2004},
+               {"0420", "%y%C", 4, 'y', 2004},
+               {"17", "%C", 2, 'y', 1700},
+               {"123", "%d", 2, 'd', 12},
+               {"32", "%d", -1},
+               {"45", "%d", 1, 'd', 4},
+               {"0230", "%H%M", 4, 'H', 2},
+               {"0230", "%H%M", 4, 'M', 30},
+               {"9999", "%Y", 4, 'y', 9999},
+               {"366", "%j", 3},
+               {"", "%H", -1},
+               {"12", "", -1},
+               {"", "%[%H%]", -1},
+               {"12", "%EH", -1},
+               {"12", "%OH", 2},
+               {"12", "%EOH", -1},
+               {"12", "%q", -1},
+               {"12", "%H%", -1}};
   DATETIME v;
-  EXPECT_EQ(Parse(v, "5:15 PM", "%r"), 7);
-  EXPECT_EQ(v.GetHour(), 17);
-  EXPECT_EQ(Parse(v, "12:15 AM", "%r"), 8);
-  EXPECT_EQ(v.GetHour(), 0);
-  EXPECT_EQ(Parse(v, "12:15 pm", "%r"), 8);
-  EXPECT_EQ(v.GetHour(), 12);
-  EXPECT_EQ(Parse(v, "13:15 PM", "%r"), -1);
-  EXPECT_EQ(Parse(v, "14 PM", "%H %p"), -1);  // past 11 there is nothing to add
-  EXPECT_EQ(Parse(v, "Marching", "%B"), 5);   // a name is a prefix of the text
-  EXPECT_EQ(v.GetMonth(), 3);
-  EXPECT_EQ(Parse(v, "sEPTEMBER", "%b"), 9);
-  EXPECT_EQ(Parse(v, "Sept", "%b"), 3);
-  EXPECT_EQ(v.GetMonth(), 9);
-  EXPECT_EQ(Parse(v, "Thursday", "%a"), 8);
-  EXPECT_EQ(Parse(v, "x", "%[%a%]"), -1);  // a missing name fails even when optional
-  EXPECT_EQ(Parse(v, "69", "%y"), 2);
-  EXPECT_EQ(v.GetYear(), 1969);
-  EXPECT_EQ(Parse(v, "68", "%y"), 2);
-  EXPECT_EQ(v.GetYear(), 2068);
-  EXPECT_EQ(Parse(v, "2004", "%C%y"), 4);
-  EXPECT_EQ(v.GetYear(), 2004);  // the century of the year, as strptime reads it
-  EXPECT_EQ(Parse(v, "0420", "%y%C"), 4);
-  EXPECT_EQ(v.GetYear(), 2004);
-  EXPECT_EQ(Parse(v, "17", "%C"), 2);
-  EXPECT_EQ(v.GetYear(), 1700);
-  EXPECT_EQ(Parse(v, "123", "%d"), 2);  // two digits at most
-  EXPECT_EQ(v.GetDayOfMonth(), 12);
-  EXPECT_EQ(Parse(v, "32", "%d"), -1);
-  EXPECT_EQ(Parse(v, "45", "%d"), 1);  // 4: one more digit would pass 31
-  EXPECT_EQ(v.GetDayOfMonth(), 4);
-  EXPECT_EQ(Parse(v, "0230", "%H%M"), 4);
-  EXPECT_TRUE(v.GetHour() == 2 && v.GetMin() == 30);
-  EXPECT_EQ(Parse(v, "9999", "%Y"), 4);
-  EXPECT_EQ(v.GetYear(), 9999);
-  EXPECT_EQ(Parse(v, "366", "%j"), 3);
-  EXPECT_EQ(Parse(v, "", "%H"), -1);
-  EXPECT_EQ(Parse(v, "12", ""), -1);  // nothing consumed
-  EXPECT_EQ(Parse(v, "", "%[%H%]"), -1);
-  EXPECT_EQ(Parse(v, "12", "%EH"), -1);  // a modifier the conversion doesn't take
-  EXPECT_EQ(Parse(v, "12", "%OH"), 2);
-  EXPECT_EQ(Parse(v, "12", "%EOH"), -1);
-  EXPECT_EQ(Parse(v, "12", "%q"), -1);
-  EXPECT_EQ(Parse(v, "12", "%H%"), -1);
+  for (const auto& c : cases) {
+    EXPECT_EQ(Parse(v, c.text, c.format), c.used) << c.text << " " << c.format;
+    const int got = c.field == 'H'   ? v.GetHour()
+                    : c.field == 'M' ? v.GetMin()
+                    : c.field == 'm' ? v.GetMonth()
+                    : c.field == 'd' ? v.GetDayOfMonth()
+                                     : v.GetYear();
+    EXPECT_TRUE(!c.field || got == c.value) << c.text << " " << c.format << " gave " << got;
+  }
   EXPECT_EQ(v.Set(nullptr, "%H"), nullptr);
   EXPECT_EQ(v.Set(Units(u"12"), nullptr), nullptr);
 }
 
-// The places where the reader differs from strptime on purpose.
-TEST(DateTextDiffers, AmPmOnlyAtTheEndOfTheText) {
+// The places where the reader differs from strptime on purpose: AM/PM only
+// at the end of the text, only space separators are spaces, space-padded
+// numbers need a blank in the format, and %c is the date and time of %x.
+TEST(DateText, DiffersFromStrptimeOnPurpose) {
+  const tm when = {15, 30, 12, 2, 5, 104, 3, 153, 0, 0, nullptr};
+  const std::string c = Strftime("%c", when);  // "Wed Jun  2 12:30:15 2004"
+  const struct {
+    const char *text, *ours, *theirs;
+  } refused[] = {{"5:15 PM and more", "%r", "%I:%M %p"},
+                 {"12\t30", "%H %M", "%H %M"},
+                 {" 2", "%e", "%e"},
+                 {c.c_str(), "%c", "%c"}};
   DATETIME v;
-  EXPECT_EQ(Parse(v, "5:15 PM and more", "%r"), -1);
-  tm t = {};
-  EXPECT_NE(strptime("5:15 PM and more", "%I:%M %p", &t), nullptr);
-}
-
-TEST(DateTextDiffers, SpaceIsSpaceSeparatorsOnly) {
-  DATETIME v;
-  EXPECT_EQ(Parse(v, "12\t30", "%H %M"), -1);
+  for (const auto& r : refused) {
+    EXPECT_EQ(Parse(v, r.text, r.ours), -1) << r.text;
+    tm t = {};
+    EXPECT_NE(strptime(r.text, r.theirs, &t), nullptr) << r.text;
+  }
   EXPECT_EQ(Parse(v, "12\n", "%H%n"), 2);  // the line feed isn't taken
   EXPECT_EQ(Parse(v, u"12\u3000\u00A0 30", "%H %M"), 7);
   EXPECT_EQ(v.GetMin(), 30);
-  tm t = {};
-  EXPECT_NE(strptime("12\t30", "%H %M", &t), nullptr);
-}
-
-TEST(DateTextDiffers, SpacePaddedNumbersNeedABlankInTheFormat) {
-  DATETIME v;
-  EXPECT_EQ(Parse(v, " 2", "%e"), -1);
   EXPECT_EQ(Parse(v, " 2", " %e"), 2);
-  tm t = {};
-  EXPECT_NE(strptime(" 2", "%e", &t), nullptr);
-}
-
-TEST(DateTextDiffers, CIsTheDateAndTimeOfX) {
-  const tm when = {15, 30, 12, 2, 5, 104, 3, 153, 0, 0, nullptr};
-  const std::string c = Strftime("%c", when);  // "Wed Jun  2 12:30:15 2004"
-  DATETIME v;
-  EXPECT_EQ(Parse(v, c.c_str(), "%c"), -1);
   EXPECT_EQ(Parse(v, "Jun 2, 2004 12:30:15", "%c"), 20);
   EXPECT_TRUE(v.GetDateYYYYMMDD() == 20040602 && v.GetTimeOfDay(false) == 45015);
-  tm t = {};
-  EXPECT_NE(strptime(c.c_str(), "%c", &t), nullptr);
 }
 
 TEST(DateText, StrfTimeAppendsAndPrintsOldYearsWithoutTheirDate) {
