@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "vosystem/filepath.h"
 
 namespace restest {
 
@@ -134,6 +135,10 @@ inline Bytes Build(const RESSPEC& spec) {
 inline void WriteFile(const std::string& path, const Bytes& bytes) {
   std::ofstream f(path, std::ios::binary | std::ios::trunc);
   f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline FILEPATH PathOf(const std::string& path) {
+  return FILEPATH(path.c_str(), CHAR_ENCODING_UTF8);
 }
 
 inline std::u16string Utf16(const std::string& utf8) {

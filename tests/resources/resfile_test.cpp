@@ -17,10 +17,6 @@ using namespace restest;
 
 namespace {
 
-FILEPATH PathOf(const std::string& p) {
-  return FILEPATH(p.c_str(), CHAR_ENCODING_UTF8);
-}
-
 std::u16string Text(RESFILE& f, int id) {
   VOSTRING out("untouched");
   return f.GetString(id, out) ? U16(out) : u"<none>";
@@ -67,14 +63,9 @@ TEST_F(ResFile, NumbersFindTheirSetAndNothingOutsideIt) {
   ASSERT_EQ(OpenBytes(f, Build(Sample())), 0);
   EXPECT_STREQ(f.GetLanguage(), "enu");
   for (const auto& e : Sample().numbers) EXPECT_EQ(Text(f, e.first), e.second) << e.first;
-  EXPECT_EQ(Text(f, -1587), u"<none>");  // a hole
-  EXPECT_EQ(Text(f, -1589), u"<none>");  // one below the first id
-  EXPECT_EQ(Text(f, -1585), u"<none>");  // first id + count
-  EXPECT_EQ(Text(f, 8), u"<none>");
-  EXPECT_EQ(Text(f, 100001), u"<none>");
-  EXPECT_EQ(Text(f, 100003), u"<none>");
-  EXPECT_EQ(Text(f, INT32_MIN), u"<none>");
-  EXPECT_EQ(Text(f, INT32_MAX), u"<none>");
+  // Holes, one below each first id, first id + count, and the extremes.
+  for (int id : {-1587, -1589, -1585, 8, 100001, 100003, INT32_MIN, INT32_MAX})
+    EXPECT_EQ(Text(f, id), u"<none>") << id;
   // The set is the caller's choice in GetAddr: 7 isn't in the other sets.
   EXPECT_GT(f.GetAddr(7, NUMSET_Small), 0);
   EXPECT_EQ(f.GetAddr(7, NUMSET_Negative), 0);
@@ -176,10 +167,14 @@ TEST_F(ResFile, HeaderFieldsAreChecked) {
     size_t at;
     int32_t value;
     int rc;
+    size_t width = 4;  // or a single byte
   } cases[] = {
-      {"pad byte", 31, 0x7A7A7A7A & 0xFF, 0},
+      {"pad byte", 31, 0x7A, 0, 1},
       {"reserved", kReserved, -77, 0},
       {"signature", 0, 0x6B72616D, VOERROR_ResourceBad},
+      {"the signature's own zero", 30, 'X', VOERROR_ResourceBad, 1},
+      {"language of 2 characters", kLanguage + 2, 0, VOERROR_ResourceBad, 1},
+      {"language of 4 characters", kLanguage + 3, 'x', VOERROR_ResourceBad, 1},
       {"version", kVersion, 2, VOERROR_ResourceBad},
       {"version 0", kVersion, 0, VOERROR_ResourceBad},
       {"longest 0", kLongest, 0, VOERROR_ResourceBad},
@@ -193,23 +188,13 @@ TEST_F(ResFile, HeaderFieldsAreChecked) {
   };
   for (const CASE& c : cases) {
     Bytes b = good;
-    if (c.at == 31)
-      b[31] = static_cast<unsigned char>(c.value);
+    if (c.width == 1)
+      b[c.at] = static_cast<unsigned char>(c.value);
     else
       Put32(b, c.at, c.value);
     EXPECT_EQ(OpenBytes(f, b), c.rc) << c.what;
     EXPECT_EQ(Text(f, 7), c.rc ? u"<none>" : u"seven") << c.what;
   }
-  Bytes zero = good;
-  zero[30] = 'X';  // the signature's own zero
-  EXPECT_EQ(OpenBytes(f, zero), VOERROR_ResourceBad);
-  // Language codes of 2 and 4 characters.
-  Bytes two = good;
-  two[kLanguage + 2] = 0;
-  EXPECT_EQ(OpenBytes(f, two), VOERROR_ResourceBad);
-  Bytes four = good;
-  four[kLanguage + 3] = 'x';
-  EXPECT_EQ(OpenBytes(f, four), VOERROR_ResourceBad);
   // -1588 is returned, never recorded.
   EXPECT_EQ(GetLastErrCode(), 0);
 }

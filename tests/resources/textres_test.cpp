@@ -35,10 +35,6 @@ std::string TakeUC(unsigned short* text) {
   return s;
 }
 
-FILEPATH PathOf(const std::string& p) {
-  return FILEPATH(p.c_str(), CHAR_ENCODING_UTF8);
-}
-
 // The lines LoadX gives.
 std::vector<std::string> XLines() {
   std::vector<std::string> lines;
@@ -289,11 +285,12 @@ TEST(TextRes, TheNewestFileIsAskedFirst) {
   WriteFile(dir / "textres.enu", Build(English()));
   WriteFile(dir / "textres.xyz", Build(Other()));
   ASSERT_EQ(TEXTRES::Initialize(), 1);
-  EXPECT_EQ(U8(TEXTRES::GetString(7)), "seven (xyz)");
-  EXPECT_EQ(U8(TEXTRES::GetString(8)), "eight (enu)");
-  EXPECT_EQ(U8(TEXTRES::GetString(-1)), "minus one (xyz)");
-  EXPECT_EQ(U8(TEXTRES::GetString(-1588)), "Bad file (enu)");
-  EXPECT_EQ(U8(TEXTRES::GetString(-1587)), "Unknown error code (-1587)");
+  for (const auto& [id, text] : std::map<int, std::string>{{7, "seven (xyz)"},
+                                                           {8, "eight (enu)"},
+                                                           {-1, "minus one (xyz)"},
+                                                           {-1588, "Bad file (enu)"},
+                                                           {-1587, "Unknown error code (-1587)"}})
+    EXPECT_EQ(U8(TEXTRES::GetString(id)), text) << id;
   EXPECT_TRUE(TEXTRES::GetString(9).IsEmpty());
   EXPECT_EQ(U8(TEXTRES::GetString("both", TEXTRES_NAMESET_Text)), "both (xyz)");
   EXPECT_EQ(U8(TEXTRES::GetString("only.enu", TEXTRES_NAMESET_Text)), "only (enu)");
@@ -396,15 +393,15 @@ TEST(TextRes, XmlOverridesStandBeforeEveryFile) {
             std::string::npos);
   std::ofstream(dir / "broken.xml") << "<textres><text name=\"both\">no</textres>";
   EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "broken.xml")), VOERROR_XmlUnreadable);
-  std::ofstream(dir / "laughs.xml")
-      << "<?xml version=\"1.0\"?><!DOCTYPE textres [<!ENTITY a \"aaaaaaaaaa\">"
-         "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\"><!ENTITY c "
-         "\"&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;\">"
-         "<!ENTITY d \"&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;\"><!ENTITY e "
-         "\"&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;\">"
-         "<!ENTITY f \"&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;\"><!ENTITY g "
-         "\"&f;&f;&f;&f;&f;&f;&f;&f;&f;&f;\">]>"
-         "<textres><text name=\"both\">&g;&g;&g;&g;&g;&g;&g;&g;&g;&g;</text></textres>";
+  // Entities that grow tenfold at each of seven levels.
+  std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE textres [<!ENTITY a \"aaaaaaaaaa\">";
+  for (char e = 'b'; e <= 'h'; ++e) {
+    std::string ten;
+    for (int i = 0; i < 10; ++i) ten += std::string("&") + char(e - 1) + ";";
+    laughs += e == 'h' ? "]><textres><text name=\"both\">" + ten + "</text></textres>"
+                       : std::string("<!ENTITY ") + e + " \"" + ten + "\">";
+  }
+  std::ofstream(dir / "laughs.xml") << laughs;
   EXPECT_EQ(TEXTRES::AddFile(PathOf(dir / "laughs.xml")), VOERROR_XmlUnreadable);
   std::ofstream(dir / "big.xml");
   std::filesystem::resize_file(dir / "big.xml", (16 << 20) + 1);
