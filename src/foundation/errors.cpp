@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/errpos.h"
 #include "text/vostring_priv.h"
 #include "vosystem/textres.h"
 #include "vosystem/vostring.h"
@@ -18,6 +19,10 @@ const int kWordMax = 128;     // working buffer of a module name or revision
 const int kLastNameMax = 32;  // the stored last module name: 31 characters
 const unsigned short kLF = 0x0A;
 const unsigned short kCR = 0x0D;
+// Text resources: the line that introduces a file's name (with a value
+// slot), and the one that introduces the system's number of a failure.
+const int kTextFileName = 7603;
+const int kTextSystemError = 8905;
 
 // Plain values, constant-initialised and never destroyed: exit handlers that
 // run after the strings below are gone can still disable recording or ask for
@@ -307,4 +312,32 @@ void SetErrDetails(const unsigned short* text) {
 
 const unsigned short* GetErrDetails() {
   return g_details;
+}
+
+// ---------------------------------------------------------------- values of file failures
+
+void PushErrFileName(const VOSTRING& name) {
+  if (IsDisabled()) return;
+  VOSTRING& message = Strings().text;
+  if (message.FindNextOf(VOSTRING("%S")) < 0 && message.FindNextOf(VOSTRING("%s")) < 0 &&
+      message.FindNextOf(VOSTRING("$1")) < 0) {
+    VOSTRING line("\n");
+    {
+      QUIET quiet;
+      line += TEXTRES::GetString(kTextFileName);
+    }
+    message += line;
+  }
+  message << name;
+}
+
+void PushErrSystemCode(long syserr) {
+  if (IsDisabled() || syserr == 0) return;
+  VOSTRING line("\n");
+  {
+    QUIET quiet;
+    line += TEXTRES::GetString(kTextSystemError);
+  }
+  line += VOSTRING(static_cast<int>(syserr));
+  Strings().text += line;
 }
