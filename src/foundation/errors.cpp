@@ -20,9 +20,13 @@ const int kLastNameMax = 32;  // the stored last module name: 31 characters
 const unsigned short kLF = 0x0A;
 const unsigned short kCR = 0x0D;
 // Text resources: the line that introduces a file's name (with a value
-// slot), and the one that introduces the system's number of a failure.
+// slot), and the one that introduces the system's number of a failure. Their
+// English words stand in while no resource file gives them (before the
+// texts are initialised, say).
 const int kTextFileName = 7603;
 const int kTextSystemError = 8905;
+const char kFileNameFallback[] = "File: '$1'";
+const char kSystemErrorFallback[] = "System Error Code = ";
 
 // Plain values, constant-initialised and never destroyed: exit handlers that
 // run after the strings below are gone can still disable recording or ask for
@@ -97,6 +101,12 @@ __attribute__((format(printf, 2, 3))) void AppendFormatted(VOSTRING& s, const ch
   vsnprintf(line, sizeof line, format, args);
   va_end(args);
   s += line;
+}
+
+VOSTRING TextOr(int id, const char* fallback) {
+  QUIET quiet;
+  VOSTRING text = TEXTRES::GetString(id);
+  return text.IsEmpty() ? VOSTRING(fallback) : text;
 }
 
 VOSTRING TextOfCode(int code) {
@@ -322,10 +332,7 @@ void PushErrFileName(const VOSTRING& name) {
   if (message.FindNextOf(VOSTRING("%S")) < 0 && message.FindNextOf(VOSTRING("%s")) < 0 &&
       message.FindNextOf(VOSTRING("$1")) < 0) {
     VOSTRING line("\n");
-    {
-      QUIET quiet;
-      line += TEXTRES::GetString(kTextFileName);
-    }
+    line += TextOr(kTextFileName, kFileNameFallback);
     message += line;
   }
   message << name;
@@ -334,10 +341,7 @@ void PushErrFileName(const VOSTRING& name) {
 void PushErrSystemCode(long syserr) {
   if (IsDisabled() || syserr == 0) return;
   VOSTRING line("\n");
-  {
-    QUIET quiet;
-    line += TEXTRES::GetString(kTextSystemError);
-  }
+  line += TextOr(kTextSystemError, kSystemErrorFallback);
   line += VOSTRING(static_cast<int>(syserr));
   Strings().text += line;
 }
