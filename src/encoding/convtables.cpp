@@ -264,6 +264,19 @@ void swaplong(void* p) {
 #endif
 }
 
+namespace {
+
+// An entry or a list that passes the end of the reference file: the bytes
+// asked for and those left, and the file's name.
+int ShortRead(uint64_t asked, uint64_t left, int line) {
+  const int rc = _SetErrPosnC(VOERROR_ShortRead, s_ident, line);
+  GetErrString() << static_cast<unsigned long long>(asked) << static_cast<unsigned long long>(left)
+                 << kFileName;
+  return rc;
+}
+
+}  // namespace
+
 // A header shorter than 16 bytes has its missing fields read as 0. A
 // directory entry shorter than 40 bytes likewise; an entry size of 0 makes
 // every entry the first, which is looked at once.
@@ -283,14 +296,15 @@ int AddPairsFromFile(const unsigned char* file, size_t size, const char* name, S
   const size_t read = entrySize < kEntryRead ? entrySize : kEntryRead;
   for (uint64_t i = 0; i < entryCount; ++i) {
     const uint64_t at = uint64_t{headerSize} + i * entrySize;
-    if (at > size || size - at < read) return SETERR(VOERROR_ShortRead);
+    if (at > size || size - at < read) return ShortRead(read, at < size ? size - at : 0, __LINE__);
     unsigned char entry[kEntryRead] = {};
     memcpy(entry, file + at, read);
     swapwords(entry, kNameUnits);
     if (memcmp(entry, wanted, sizeof wanted) != 0) continue;
     const uint32_t offset = ReadU32(entry + 32);
     const uint32_t count = ReadU32(entry + 36);
-    if (offset > size || (size - offset) / 4 < count) return SETERR(VOERROR_ShortRead);
+    if (offset > size || (size - offset) / 4 < count)
+      return ShortRead(uint64_t{count} * 4, offset < size ? size - offset : 0, __LINE__);
     for (uint32_t k = 0; k < count; ++k) {
       uint16_t pair[2];
       memcpy(pair, file + offset + 4 * size_t{k}, sizeof pair);

@@ -209,7 +209,7 @@ int DecodeUtf8(const char* text, bool recompose, unsigned short** result) {
   }
   unsigned short* composed = MucRecompose(units);
   free(units);
-  if (!composed) return SETERR(VOERROR_OutOfMemory);
+  if (!composed) return PASSERR(VOERROR_OutOfMemory);  // recorded with its size
   *result = composed;
   return static_cast<int>(UcLength(composed));
 }

@@ -203,13 +203,22 @@ int Utf8Of(const unsigned short* text, bool decompose, char** result) {
   unsigned short* decomposed = nullptr;
   if (decompose) {
     decomposed = MucDecompose(text);
-    if (!decomposed) return SETERR(VOERROR_OutOfMemory);
+    if (!decomposed) return PASSERR(VOERROR_OutOfMemory);  // recorded with its size
     text = decomposed;
   }
   char* out = nullptr;
   int rc = MucConvertUnicodeToUTF8(text, &out);
+  if (rc < 0) {
+    // The conversion leaves the record alone: its size is counted here.
+    unsigned long long bytes = 1;
+    for (const unsigned short* u = text; *u; ++u)
+      bytes += *u < 0x80 ? 1 : *u < 0x800 || (*u & 0xF800) == 0xD800 ? 2 : 3;
+    free(decomposed);
+    rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << bytes;
+    return rc;
+  }
   free(decomposed);
-  if (rc < 0) return SETERR(VOERROR_OutOfMemory);
   *result = out;
   return rc - 1;  // without the terminator
 }
@@ -675,7 +684,12 @@ int MucConvertFromUnicode(void* conv, const unsigned short* text, char** result)
       return MucConvertUnicodeTo8Bit(conv, text, result, 0);
     case CONVTYPE_Utf16: {
       unsigned short* copy = ucstrdup(text);
-      if (!copy) return SETERR(VOERROR_OutOfMemory);
+      if (!copy) {
+        const int rc = SETERR(VOERROR_OutOfMemory);
+        GetErrString() << (static_cast<unsigned long long>(ucstrlen(text)) + 1) *
+                              sizeof(unsigned short);
+        return rc;
+      }
       *result = reinterpret_cast<char*>(copy);
       return ucstrlen(copy);
     }
@@ -770,7 +784,7 @@ int MucConvertToISO2022(void* conv, const void* text, char** result) {
       if (c->type == CONVTYPE_Utf8Decomposed) {
         unsigned short* composed = MucRecompose(units);
         free(units);
-        if (!composed) return SETERR(VOERROR_OutOfMemory);
+        if (!composed) return PASSERR(VOERROR_OutOfMemory);  // recorded with its size
         units = composed;
       }
       rc = MucConvertUnicodeToISO2022(units, result);
@@ -788,7 +802,13 @@ int MucConvertToISO2022(void* conv, const void* text, char** result) {
         return out.Finish(result);
       }
       unsigned short* units = strtoucdup(static_cast<const char*>(text));
-      if (!units) return SETERR(VOERROR_OutOfMemory);
+      if (!units) {
+        const int rc = SETERR(VOERROR_OutOfMemory);
+        GetErrString() << (static_cast<unsigned long long>(strlen(static_cast<const char*>(text))) +
+                           1) *
+                              sizeof(unsigned short);
+        return rc;
+      }
       int rc = MucCharsetToUnicodeBuf(units, c->charset);
       if (rc >= 0) rc = MucConvertUnicodeToISO2022(units, result);
       free(units);

@@ -19,6 +19,7 @@ static const char s_ident[] = "@(#) fprintf.cpp 1.0";
 #include <new>
 
 #include "encoding/convdata.h"
+#include "files/vioname.h"
 #include "foundation/clocale.h"
 #include "foundation/errpos.h"
 #include "vosystem/memfunc.h"
@@ -35,7 +36,8 @@ struct _PRIVDATA {
   void* conv;
   unsigned short* buffer;  // kBlock + 1 units on the stack of the printing call
   int count;
-  int failed;  // a write that failed, for Close to report
+  int failed;                  // a write that failed, for Close to report
+  unsigned long long pending;  // bytes handed to the stream since it was last flushed
 };
 
 // Converts and writes count units of text (terminated by the caller).
@@ -46,6 +48,7 @@ void WriteStr(_PRIVDATA* d, const unsigned short* text) {
     // "Unicode" counts its result in units, every other encoding in bytes.
     const bool units = static_cast<const CONVDATA*>(d->conv)->type == CONVTYPE_Utf16;
     const size_t size = static_cast<size_t>(n) * (units ? sizeof(unsigned short) : 1);
+    d->pending += size;
     if (fwrite(bytes, 1, size, d->file) != size) d->failed = 1;
   }
   free(bytes);
@@ -254,6 +257,15 @@ void Print(_PRIVDATA* d, const unsigned short* format, va_list args) {
   WriteBuf(d);
 }
 
+// A failed write: the bytes given to the stream since its last flush, none
+// of them known to have reached the file, and the stream's file.
+int WriteFailed(unsigned long long pending, const VOSTRING& name, int line) {
+  const int rc = _SetErrPosnC(VOERROR_WriteFailed, s_ident, line);
+  GetErrString() << pending;
+  PushErrFileName(name);
+  return rc;
+}
+
 }  // namespace
 
 int MucFPrintfOpen(const unsigned short* path, const char* mode, const char* encodingName,
@@ -278,15 +290,22 @@ int MucFPrintfClose(void* handle) {
   if (!handle) return 0;
   _PRIVDATA* d = static_cast<_PRIVDATA*>(handle);
   MucStopConversion(d->conv);
+  // The name goes before the close: the system forgets it with the descriptor.
+  const VOSTRING name = VioStreamDisplayName(d->file);
   const bool failed = fclose(d->file) != 0 || d->failed;
+  const unsigned long long pending = d->pending;
   free(d);
-  return failed ? SETERR(VOERROR_WriteFailed) : 0;
+  return failed ? WriteFailed(pending, name, __LINE__) : 0;
 }
 
 int MucFPrintfFlush(void* handle) {
   if (!handle) return SETERR(VOERROR_InvalidArgument);
   _PRIVDATA* d = static_cast<_PRIVDATA*>(handle);
-  return fflush(d->file) != 0 || d->failed ? SETERR(VOERROR_WriteFailed) : 0;
+  if (fflush(d->file) == 0 && !d->failed) {
+    d->pending = 0;
+    return 0;
+  }
+  return WriteFailed(d->pending, VioStreamDisplayName(d->file), __LINE__);
 }
 
 int MucFPrintfUV(void* handle, const unsigned short* format, va_list args) {
@@ -314,7 +333,11 @@ int MucFPrintfU(void* handle, const unsigned short* format, ...) {
 int MucFPrintfAV(void* handle, const char* format, va_list args) {
   if (!handle || !format) return SETERR(VOERROR_InvalidArgument);
   unsigned short* wide = strtoucdup(format);
-  if (!wide) return SETERR(VOERROR_OutOfMemory);
+  if (!wide) {
+    const int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << static_cast<unsigned long long>(strlen(format) + 1) * sizeof(unsigned short);
+    return rc;
+  }
   va_list copy;
   va_copy(copy, args);
   const int rc = MucFPrintfUV(handle, wide, copy);

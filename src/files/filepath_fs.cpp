@@ -119,7 +119,11 @@ int FILEPATH::IsPathOnly() const {
 int FILEPATH::CheckAccess(PERMISSION p) const {
   static const int kModes[] = {F_OK, F_OK, R_OK, W_OK, R_OK | W_OK, X_OK};
   OSPATH os(*this);
-  if (!os) return VOERROR_FileNotFound;
+  if (!os) {
+    const int rc = SETERR(VOERROR_FileNotFound);
+    PushErrFileName(GetDisplay());
+    return rc;
+  }
   const int mode = p >= 0 && p <= PERMISSION_Execute ? kModes[p] : F_OK;
   if (access(os.c_str(), mode) == 0) return 0;
   return GenerateErrorCode(VOERROR_FileNotFound);
@@ -231,7 +235,11 @@ int FILEPATH::GetDriveList(VOLIST<VOSTRING>& list) {
 // ---------------------------------------------------------------- making and removing
 
 int FILEPATH::MakePath() const {
-  if (IsFile()) return SETERR(VOERROR_CannotMakeDir);
+  if (IsFile()) {
+    const int rc = SETERR(VOERROR_CannotMakeDir);
+    PushErrFileName(GetDisplay());
+    return rc;
+  }
   if (!Exists()) {
     OSPATH os(*this);
     if (!os) return 0;
@@ -242,7 +250,11 @@ int FILEPATH::MakePath() const {
 }
 
 int FILEPATH::Make(bool recursive) const {
-  if (Exists() && !IsFolder()) return SETERR(VOERROR_CannotMakeDir);
+  if (Exists() && !IsFolder()) {
+    const int rc = SETERR(VOERROR_CannotMakeDir);
+    PushErrFileName(GetDisplay());
+    return rc;
+  }
   if (!recursive) return MakePath();
   FILEPATH existing(*this);
   existing.StripToExisting();
@@ -307,7 +319,11 @@ int FILEPATH::CopyFileFrom(const FILEPATH& source,
   if (size < 0) return PASSERR(static_cast<int>(size));
   const long long space = GetAvailableSpace();
   if (space < 0) return PASSERR(static_cast<int>(space));
-  if (size > space) return SETERR(VOERROR_NoSpace);
+  if (size > space) {
+    rc = SETERR(VOERROR_NoSpace);
+    PushErrFileName(GetDisplay());
+    return rc;
+  }
 
   FILE_RAW in, out;
   if ((rc = in.Open(source, FILE_ACCESS_Read, FILE_SHARE_All)) < 0) return PASSERR(rc);
@@ -564,14 +580,9 @@ int FILEPATH::GenerateErrorCode(int defaultcode) const {
   long syserr = 0;
   const int code =
       _SetErrPosnC(VOSYSTEM::TranslateSystemError(defaultcode, syserr), s_ident, __LINE__);
-  if (code >= 0 || IsErrPosnDisabled()) return code;
-  VOSTRING& message = GetErrString();
-  if (message.FindNextOf(VOSTRING("%S")) < 0 && message.FindNextOf(VOSTRING("%s")) < 0 &&
-      message.FindNextOf(VOSTRING("$1")) < 0)
-    message += "\n File: '$1'";
-  message << GetDisplay();
-  message += "\nSystem Error Code = ";
-  message += VOSTRING(static_cast<int>(syserr));
+  if (code >= 0) return code;
+  PushErrFileName(GetDisplay());
+  PushErrSystemCode(syserr);
   return code;
 }
 

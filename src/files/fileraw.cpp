@@ -42,11 +42,6 @@ namespace {
 // much per call anyway).
 const size_t kMaxChunk = 0x7FFFF000;
 
-// Text resources: the line that introduces the file's name (with a value
-// slot), and the one that introduces the system's error number.
-const int kTextFileName = 7603;
-const int kTextSystemError = 8905;
-
 }  // namespace
 
 struct FILE_RAW_PRIV {
@@ -73,19 +68,9 @@ struct FILE_RAW_PRIV {
   // code pushed first.
   void FinishErrorMsg(long errnumber) const {
     if (IsErrPosnDisabled()) return;
-    VOSTRING& message = GetErrString();
-    if (message.FindNextOf(VOSTRING("%S")) < 0 && message.FindNextOf(VOSTRING("%s")) < 0 &&
-        message.FindNextOf(VOSTRING("$1")) < 0) {
-      message += "\n";
-      message += TEXTRES::GetString(kTextFileName);
-    }
-    message << path.GetDisplay();
-    message << STR_FILLSUBS;
-    if (errnumber != 0) {
-      message += "\n";
-      message += TEXTRES::GetString(kTextSystemError);
-      message += VOSTRING(static_cast<int>(errnumber));
-    }
+    PushErrFileName(path.GetDisplay());
+    GetErrString() << STR_FILLSUBS;
+    PushErrSystemCode(errnumber);
   }
 
   long long Seek(long long position, GENERICRW::SEEKFROM from) {
@@ -123,7 +108,11 @@ int FILE_RAW::Open(const FILEPATH& path, FILE_ACCESS access, FILE_SHARE share) {
     GetErrString() << static_cast<unsigned long>(sizeof(FILE_RAW_PRIV));
     return rc;
   }
-  if (path.IsEmpty()) return SETERR(VOERROR_NotADirectory);
+  if (path.IsEmpty()) {
+    const int rc = SETERR(VOERROR_NotADirectory);
+    PushErrFileName(path.GetDisplay());
+    return rc;
+  }
   m_priv->path = path;
   int flags = O_CLOEXEC;
   bool truncate = false;
@@ -226,7 +215,7 @@ long long FILE_RAW::v_GetSize() const {
   struct stat st;
   if (fstat(m_priv->fd, &st) != 0) {
     const int rc = SETERR(VOERROR_HandleNotOpen);
-    GetErrString() << m_priv->fd;
+    PushErrFileName(m_priv->path.GetDisplay());
     return rc;
   }
   return static_cast<long long>(st.st_size);

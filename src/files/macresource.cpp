@@ -29,6 +29,7 @@ static const char s_ident[] = "@(#) macresource.cpp 1.0";
 #include <cstdlib>
 #include <cstring>
 
+#include "files/vioname.h"
 #include "foundation/errpos.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/viofuncs.h"
@@ -65,6 +66,7 @@ int CheckSpan(const FORK& f, uint64_t pos, uint64_t length) {
   const int rc = SETERR(VOERROR_ShortRead);
   GetErrString() << static_cast<unsigned long long>(length)
                  << static_cast<unsigned long long>(pos < f.fileSize ? f.fileSize - pos : 0);
+  PushErrFileName(VioHandleDisplayName(f.handle));
   return rc;
 }
 
@@ -155,7 +157,7 @@ int ReadRes(const FORK& f, const unsigned char* ref, void** data) {
   if (rc < 0) return PASSERR(rc);
   if (length > INT_MAX) {
     rc = SETERR(VOERROR_FileTooLarge);
-    GetErrString() << length;
+    PushErrFileName(VioHandleDisplayName(f.handle));
     return rc;
   }
   if (!data) return static_cast<int>(length);

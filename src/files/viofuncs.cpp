@@ -9,6 +9,8 @@ static const char s_ident[] = "@(#) viofuncs.cpp 1.0";
 
 #include "vosystem/viofuncs.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -16,6 +18,8 @@ static const char s_ident[] = "@(#) viofuncs.cpp 1.0";
 #include <cstring>
 #include <new>
 
+#include "files/ospath.h"
+#include "files/vioname.h"
 #include "foundation/errpos.h"
 #include "vosystem/filefind.h"
 #include "vosystem/fileraw.h"
@@ -88,16 +92,59 @@ int OpenStream(const FILEPATH& path, const char* mode, FILE** fp) {
   int code = VOSYSTEM::TranslateSystemError(VOERROR_CannotOpen, syserr);
   if (code >= 0) code = VOERROR_CannotOpen;
   _SetErrPosnC(code, s_ident, __LINE__);
-  if (!IsErrPosnDisabled()) {
-    VOSTRING& message = GetErrString();
-    message << path.GetDisplay();
-    message += "\nSystem Error Code = ";
-    message += VOSTRING(static_cast<int>(syserr));
-  }
+  PushErrFileName(path.GetDisplay());
+  PushErrSystemCode(syserr);
   return code;
 }
 
+// Origins of a move as the message of a failed one numbers them (0 start,
+// 1 current position, 2 end).
+const int kFromCurrent = 1;
+const int kFromEnd = 2;
+
+// A failed move in a stream: the position, the origin and the stream's file.
+long SeekFailed(FILE* fp, long position, int origin, int line) {
+  const int rc = _SetErrPosnC(VOERROR_SeekFailed, s_ident, line);
+  GetErrString() << position << origin;
+  PushErrFileName(VioStreamDisplayName(fp));
+  return rc;
+}
+
 }  // namespace
+
+VOSTRING VioHandleDisplayName(int handle) {
+  SIMPLE_ARRAY<FILE_RAW*>& table = LegacyArray();
+  FILEPATH path;
+  if (handle > 0 && handle < table.GetNumUsed() && table[handle] && table[handle]->GetPath(path))
+    return path.GetDisplay();
+  VOSTRING name("handle ");
+  name += VOSTRING(handle);
+  return name;
+}
+
+VOSTRING VioStreamDisplayName(FILE* fp) {
+  const int fd = fp ? fileno(fp) : -1;
+  if (fd >= 0) {
+    // The system keeps the name a descriptor was opened by, as the link
+    // /proc/self/fd/N, kept up to date through renames.
+    char link[32];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    char target[4096];
+    const ssize_t n = readlink(link, target, sizeof target - 1);
+    if (n > 0) {
+      target[n] = 0;
+      if (target[0] == '/') {
+        const FILEPATH path(target, kOsTextEncoding);
+        if (!path.IsEmpty()) return path.GetDisplay();
+      }
+      const VOSTRING text = OsTextToString(target);
+      if (!text.IsEmpty()) return text;
+    }
+  }
+  VOSTRING name("descriptor ");
+  name += VOSTRING(fd);
+  return name;
+}
 
 int VioOpen(const unsigned short* path, const char* mode, FILE** fp) {
   if (!path || !mode) return SETERR(VOERROR_InvalidArgument);
@@ -200,10 +247,11 @@ long VioGetOpenFileSize(int handle) {
 long VioGetOpenFPSize(FILE* fp) {
   if (!fp) return SETERR(VOERROR_InvalidArgument);
   const long at = ftell(fp);
-  if (at < 0 || fseek(fp, 0, SEEK_END) != 0) return SETERR(VOERROR_SeekFailed);
+  if (at < 0) return SeekFailed(fp, 0, kFromCurrent, __LINE__);
+  if (fseek(fp, 0, SEEK_END) != 0) return SeekFailed(fp, 0, kFromEnd, __LINE__);
   const long size = ftell(fp);
   fseek(fp, at, SEEK_SET);
-  return size < 0 ? SETERR(VOERROR_SeekFailed) : size;
+  return size < 0 ? SeekFailed(fp, 0, kFromEnd, __LINE__) : size;
 }
 
 int VioGetStr(char* buffer, int size, FILE* fp) {
@@ -226,9 +274,16 @@ int VioGetStr(char* buffer, int size, FILE* fp) {
   if (!ended && n < size - 1 && ferror(fp)) {
     const int e = errno;
     clearerr(fp);
-    if (e == EIO) return SETERR(VOERROR_IoError);
-    if (e == ETIMEDOUT) return SETERR(VOERROR_TimedOut);
-    return SETERR(VOERROR_ReadFailedOther);
+    int rc;
+    if (e == EIO)
+      rc = SETERR(VOERROR_IoError);
+    else if (e == ETIMEDOUT)
+      rc = SETERR(VOERROR_TimedOut);
+    else
+      rc = SETERR(VOERROR_ReadFailedOther);
+    PushErrFileName(VioStreamDisplayName(fp));
+    PushErrSystemCode(e);
+    return rc;
   }
   if (!ended && n == 0 && size > 1) return -1;
   return n;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/errpos.h"
 #include "text/vostring_priv.h"
 #include "vosystem/textres.h"
 #include "vosystem/vostring.h"
@@ -18,6 +19,14 @@ const int kWordMax = 128;     // working buffer of a module name or revision
 const int kLastNameMax = 32;  // the stored last module name: 31 characters
 const unsigned short kLF = 0x0A;
 const unsigned short kCR = 0x0D;
+// Text resources: the line that introduces a file's name (with a value
+// slot), and the one that introduces the system's number of a failure. Their
+// English words stand in while no resource file gives them (before the
+// texts are initialised, say).
+const int kTextFileName = 7603;
+const int kTextSystemError = 8905;
+const char kFileNameFallback[] = "File: '$1'";
+const char kSystemErrorFallback[] = "System Error Code = ";
 
 // Plain values, constant-initialised and never destroyed: exit handlers that
 // run after the strings below are gone can still disable recording or ask for
@@ -92,6 +101,12 @@ __attribute__((format(printf, 2, 3))) void AppendFormatted(VOSTRING& s, const ch
   vsnprintf(line, sizeof line, format, args);
   va_end(args);
   s += line;
+}
+
+VOSTRING TextOr(int id, const char* fallback) {
+  QUIET quiet;
+  VOSTRING text = TEXTRES::GetString(id);
+  return text.IsEmpty() ? VOSTRING(fallback) : text;
 }
 
 VOSTRING TextOfCode(int code) {
@@ -307,4 +322,26 @@ void SetErrDetails(const unsigned short* text) {
 
 const unsigned short* GetErrDetails() {
   return g_details;
+}
+
+// ---------------------------------------------------------------- values of file failures
+
+void PushErrFileName(const VOSTRING& name) {
+  if (IsDisabled()) return;
+  VOSTRING& message = Strings().text;
+  if (message.FindNextOf(VOSTRING("%S")) < 0 && message.FindNextOf(VOSTRING("%s")) < 0 &&
+      message.FindNextOf(VOSTRING("$1")) < 0) {
+    VOSTRING line("\n");
+    line += TextOr(kTextFileName, kFileNameFallback);
+    message += line;
+  }
+  message << name;
+}
+
+void PushErrSystemCode(long syserr) {
+  if (IsDisabled() || syserr == 0) return;
+  VOSTRING line("\n");
+  line += TextOr(kTextSystemError, kSystemErrorFallback);
+  line += VOSTRING(static_cast<int>(syserr));
+  Strings().text += line;
 }

@@ -15,4 +15,11 @@
 #define SETERR(code) _SetErrPosnC((code), s_ident, __LINE__)
 #define PASSERR(rc) _SetErrPosn((rc), s_ident, __LINE__)
 
+// Puts a file's name into the failure just raised: into the message's "$1"
+// (or "%s"), or, where the message has no slot for it, on a line of its own
+// after the "File:" text. Nothing while recording is disabled.
+void PushErrFileName(const VOSTRING& name);
+// Adds the line with the system's own number of the failure (none for 0).
+void PushErrSystemCode(long syserr);
+
 #endif

@@ -79,7 +79,7 @@ int VOSYSTEM::SetCurrentWorkingDirectory(const FILEPATH& path) {
   if (!os) errno = ENOENT;
   long syserr = 0;
   const int code = _SetErrPosnC(TranslateSystemError(VOERROR_Failed, syserr), s_ident, __LINE__);
-  GetErrString() << path.GetDisplay();
+  PushErrFileName(path.GetDisplay());
   return code;
 }
 

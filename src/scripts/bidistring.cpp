@@ -182,7 +182,7 @@ int BIDISTRING::StoreText(const unsigned short* source) {
   text = static_cast<unsigned short*>(Allocate((length + 1) * sizeof(unsigned short)));
   if (!text) {
     length = 0;
-    return SETERR(VOERROR_OutOfMemory);
+    return PASSERR(VOERROR_OutOfMemory);  // the block's allocation recorded its size
   }
   memcpy(text, source, (n + 1) * sizeof(unsigned short));
   return 0;
@@ -323,7 +323,7 @@ int BIDISTRING::SetStringLogicalNoClear(const unsigned short* source, DIRECTION 
 int BIDISTRING::AddLTRLogicalSegment(const unsigned short* source, unsigned long begin,
                                      unsigned long end) {
   SPAN* span = NewSpan(source, begin, end, DIRECTION_LeftToRight, ORDER_Logical);
-  if (!span) return SETERR(VOERROR_OutOfMemory);
+  if (!span) return PASSERR(VOERROR_OutOfMemory);
   VISUALLIST visual{visualHead, visualTail};
   if (direction == DIRECTION_RightToLeft)
     visual.Prepend(span);
@@ -355,14 +355,14 @@ int BIDISTRING::AddRTLLogicalSegment(const unsigned short* source, unsigned long
     // Separators left over from the last cut open this span.
     if (i > segmentStart &&
         !place(NewSpan(t, segmentStart, i, DIRECTION_RightToLeft, ORDER_Logical)))
-      return SETERR(VOERROR_OutOfMemory);
+      return PASSERR(VOERROR_OutOfMemory);
     // A number: digits and marks, and separators right before one.
     const unsigned long numberStart = i;
     while (i < end && classes.Bits(t[i]) & kBidiNumeric &&
            (classes.MarkOrDigit(t[i]) || (i + 1 < end && classes.MarkOrDigit(t[i + 1]))))
       ++i;
     if (i > numberStart && !place(NewSpan(t, numberStart, i, DIRECTION_LeftToRight, ORDER_Logical)))
-      return SETERR(VOERROR_OutOfMemory);
+      return PASSERR(VOERROR_OutOfMemory);
     segmentStart = i;
     while (i < end && classes.Bits(t[i]) & kBidiNumericNoMark && !AsciiDigit(t[i])) ++i;
     if (i == passStart && i < end) ++i;  // taken by none: into the next span
@@ -416,7 +416,7 @@ int BIDISTRING::SetStringVisualNoClear(const unsigned short* source, DIRECTION d
 int BIDISTRING::AddLTRVisualSegment(const unsigned short* source, unsigned long begin,
                                     unsigned long end) {
   SPAN* span = NewSpan(source, begin, end, DIRECTION_LeftToRight, ORDER_Visual);
-  if (!span) return SETERR(VOERROR_OutOfMemory);
+  if (!span) return PASSERR(VOERROR_OutOfMemory);
   LOGICALLIST logical{logicalHead, logicalTail};
   if (direction == DIRECTION_RightToLeft)
     logical.Append(span);
@@ -444,7 +444,7 @@ int BIDISTRING::AddRTLVisualSegment(const unsigned short* source, unsigned long 
     const unsigned long passStart = i;
     while (i > begin && classes.Bits(t[i - 1]) & kBidiRtlOrNeutral) --i;
     if (i < segmentEnd && !place(NewSpan(t, i, segmentEnd, DIRECTION_RightToLeft, ORDER_Visual)))
-      return SETERR(VOERROR_OutOfMemory);
+      return PASSERR(VOERROR_OutOfMemory);
     const unsigned long numberEnd = i;
     while (i > begin && classes.Bits(t[i - 1]) & kBidiNumeric &&
            (classes.MarkOrDigit(t[i - 1]) || (i - 1 > begin && classes.MarkOrDigit(t[i - 2]))))
@@ -452,7 +452,7 @@ int BIDISTRING::AddRTLVisualSegment(const unsigned short* source, unsigned long 
     if (i < numberEnd) {
       if (i > begin && t[i - 1] == '-') --i;  // a sign shown in front of its number
       if (!place(NewSpan(t, i, numberEnd, DIRECTION_LeftToRight, ORDER_Visual)))
-        return SETERR(VOERROR_OutOfMemory);
+        return PASSERR(VOERROR_OutOfMemory);
     }
     segmentEnd = i;
     while (i > begin && classes.Bits(t[i - 1]) & kBidiNumericNoMark && !AsciiDigit(t[i - 1])) --i;

@@ -260,7 +260,10 @@ int _iniWrite(void* handle, const char* group, const char* field, unsigned long 
   if (rc >= 0) {
     INIREF ref(handle);
     rc = ref.Status();
-    if (rc >= 0 && ref->m_readOnly) rc = SETERR(VOERROR_PermissionDenied);
+    if (rc >= 0 && ref->m_readOnly) {
+      rc = SETERR(VOERROR_PermissionDenied);
+      PushErrFileName(ref->GetDisplayName());
+    }
     if (rc >= 0) rc = ref->BeginChange();
     if (rc >= 0) {
       rc =
@@ -305,7 +308,10 @@ int _iniWriteStringML(void* handle, const char* group, const char* field, int ty
   int rc = LineName(field, lines + 1, name) ? 0 : SETERR(VOERROR_InvalidArgument);
   INIREF ref(handle);
   if (rc >= 0) rc = ref.Status();
-  if (rc >= 0 && ref->m_readOnly) rc = SETERR(VOERROR_PermissionDenied);
+  if (rc >= 0 && ref->m_readOnly) {
+    rc = SETERR(VOERROR_PermissionDenied);
+    PushErrFileName(ref->GetDisplayName());
+  }
   if (rc >= 0) rc = ref->BeginChange();
   if (rc >= 0) {
     const char* line = bytes;

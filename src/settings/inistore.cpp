@@ -105,6 +105,15 @@ void CopyName(char* to, const char* from, size_t size) {
   to[n] = 0;
 }
 
+// A write that failed after the text went to the system: the file, and the
+// bytes that were to be written. A failure the system names otherwise
+// (a full disk, say) has no slot for the count.
+int WriteFailed(const FILEPATH& path, long bytes) {
+  const int rc = path.GenerateErrorCode(VOERROR_WriteFailed);
+  if (rc == VOERROR_WriteFailed) GetErrString() << bytes;
+  return rc;
+}
+
 int NotFound(const char* name) {
   return SETERR(name && SameName(name, kHostName) ? VOERROR_IniCreate2 : VOERROR_IniCreate);
 }
@@ -112,8 +121,14 @@ int NotFound(const char* name) {
 // Makes a missing file with the text of a new store. Exclusive: a file that
 // another process made meanwhile, and perhaps already wrote, is kept.
 int CreateEmptyFile(const FILEPATH& path) {
-  unsigned short* name = path.GetVioPath().GetString();
-  if (!name) return SETERR(VOERROR_OutOfMemory);
+  const VOSTRING vioPath = path.GetVioPath();
+  unsigned short* name = vioPath.GetString();
+  if (!name) {
+    const int rc = SETERR(VOERROR_OutOfMemory);
+    GetErrString() << (static_cast<unsigned long>(vioPath.GetLength()) + 1) *
+                          sizeof(unsigned short);
+    return rc;
+  }
   FILE* fp = nullptr;
   int rc;
   {
@@ -124,7 +139,7 @@ int CreateEmptyFile(const FILEPATH& path) {
   free(name);
   if (rc < 0) return path.Exists() ? 0 : PASSERR(rc);
   const bool written = fputs("\n\n", fp) >= 0;
-  if (fclose(fp) != 0 || !written) return path.GenerateErrorCode(VOERROR_WriteFailed);
+  if (fclose(fp) != 0 || !written) return WriteFailed(path, 2);
   return 0;
 }
 
@@ -147,6 +162,11 @@ bool SearchSettingsFolders(const char* name, bool locale, FILEPATH& found) {
 INIHNDPRIV::~INIHNDPRIV() {
   EndChange();
   free(m_buffer);
+}
+
+VOSTRING INIHNDPRIV::GetDisplayName() const {
+  if (!m_path.IsEmpty()) return m_path.GetDisplay();
+  return VOSTRING(m_appName, CHAR_ENCODING_UTF8);
 }
 
 void INIHNDPRIV::SetAppName(const char* name) {
@@ -238,7 +258,11 @@ int INIHNDPRIV::LoadFile() {
       return m_path.GenerateErrorCode(VOERROR_FileNotFound);
   } else {
     char* os = m_path.GenerateOSPath();
-    if (!os) return SETERR(VOERROR_FileNotFound);
+    if (!os) {
+      const int rc = SETERR(VOERROR_FileNotFound);
+      PushErrFileName(m_path.GetDisplay());
+      return rc;
+    }
     const int rc = stat(os, &st);
     free(os);
     if (rc != 0) return m_path.GenerateErrorCode(VOERROR_FileNotFound);
@@ -281,7 +305,11 @@ int INIHNDPRIV::ReadOpenFile(FILE_RAW& file) {
           capacity < kMaxFileSize / 2 ? capacity * 2 : static_cast<long>(kMaxFileSize) + 4;
       if (grown <= capacity || (rc = MmRealloc(&text, static_cast<unsigned long>(grown))) < 0) {
         free(text);
-        if (grown <= capacity) return SETERR(VOERROR_FileTooLarge);
+        if (grown <= capacity) {
+          rc = SETERR(VOERROR_FileTooLarge);
+          PushErrFileName(m_path.GetDisplay());
+          return static_cast<int>(rc);
+        }
         return PASSERR(static_cast<int>(rc));
       }
       capacity = grown;
@@ -333,7 +361,9 @@ int INIHNDPRIV::BeginChange() {
     }
     delete file;
   }
-  return SETERR(VOERROR_CannotOpen);
+  const int rc = SETERR(VOERROR_CannotOpen);
+  PushErrFileName(m_path.GetDisplay());
+  return rc;
 }
 
 void INIHNDPRIV::EndChange() {
@@ -350,6 +380,7 @@ int INIHNDPRIV::SaveFile() {
   char* target = os ? realpath(os, nullptr) : nullptr;
   if (!os) {
     rc = SETERR(VOERROR_CannotCreate);
+    PushErrFileName(m_path.GetDisplay());
   } else {
     FILEPATH folder(target ? target : os, CHAR_ENCODING_UTF8);
     folder.StripLastComponent();
@@ -388,9 +419,9 @@ int INIHNDPRIV::SaveByRename(const char* target) {
       if (fchown(fd, old.st_uid, old.st_gid) != 0) errno = 0;
     }
   }
-  if (rc >= 0 && fsync(fd) != 0) rc = temp.GenerateErrorCode(VOERROR_WriteFailed);
+  if (rc >= 0 && fsync(fd) != 0) rc = WriteFailed(temp, m_size);
   const long long taken = CoarseNow();
-  if (rc >= 0 && fstat(fd, &now) != 0) rc = temp.GenerateErrorCode(VOERROR_WriteFailed);
+  if (rc >= 0 && fstat(fd, &now) != 0) rc = WriteFailed(temp, m_size);
   out.Close();
   if (rc >= 0) {
     char* from = temp.GenerateOSPath();
@@ -422,7 +453,7 @@ int INIHNDPRIV::SaveInPlace() {
   const long long taken = CoarseNow();
   struct stat now;
   if (rc >= 0 && (fsync(out.GetDescriptor()) != 0 || fstat(out.GetDescriptor(), &now) != 0))
-    rc = m_path.GenerateErrorCode(VOERROR_WriteFailed);
+    rc = WriteFailed(m_path, m_size);
   if (rc < 0) return PASSERR(rc);
   m_stamp = StampOf(now, taken);
   return 0;

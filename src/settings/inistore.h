@@ -81,6 +81,10 @@ class INIHNDPRIV {
   int SetBuffer(const unsigned short* text);
   int GetBuffer(unsigned short** text);
 
+  // The name of the store in messages: its file's, or for a store in
+  // memory, its application name.
+  VOSTRING GetDisplayName() const;
+
   // The group a null group stands for.
   const char* GroupOrAppName(const char* group) const { return group ? group : m_appName; }
   void SetAppName(const char* name);

@@ -201,7 +201,11 @@ int INIHNDPRIV::Replace(long at, long old, const char* text, long n) {
 int INIHNDPRIV::PutString(const char* group, const char* field, const void* value,
                           unsigned long type, long length) {
   if (!field || !value) return SETERR(VOERROR_InvalidArgument);
-  if (m_readOnly) return SETERR(VOERROR_PermissionDenied);
+  if (m_readOnly) {
+    const int rc = SETERR(VOERROR_PermissionDenied);
+    PushErrFileName(GetDisplayName());
+    return rc;
+  }
   group = GroupOrAppName(group);
   if (!IsFieldName(field) || !IsGroupName(group)) return SETERR(VOERROR_InvalidArgument);
   char* converted = nullptr;

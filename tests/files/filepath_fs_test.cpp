@@ -16,7 +16,12 @@
 #include "test_util.h"
 #include "vosystem/errors.h"
 #include "vosystem/filepath.h"
+#include "vosystem/fileraw.h"
+#include "vosystem/inifuncs.h"
 #include "vosystem/system.h"
+#include "vosystem/textres.h"
+#include "vosystem/ucstring.h"
+#include "vosystem/viofuncs.h"
 
 namespace {
 
@@ -278,4 +283,47 @@ TEST_F(FilePathDisk, ModuleFileName) {
   FILEPATH::SetModuleFileName("/gone/away/other", CHAR_ENCODING_UTF8);
   EXPECT_EQ(U8(FILEPATH(PATHTYPE_Program).GetText()), "/gone/away/other");
   FILEPATH::SetModuleFileName(nullptr, CHAR_ENCODING_UTF8);
+}
+
+// The full message of each failure, in words, names the file that failed;
+// no value slot is left open.
+TEST_F(FilePathDisk, FileFailuresNameTheirFile) {
+  ASSERT_EQ(TEXTRES::Initialize(), 1);
+  const auto expectNamed = [](int rc, int code, const std::string& name) {
+    EXPECT_EQ(rc, code);
+    EXPECT_EQ(GetLastErrCode(), code);
+    const std::string text = U8(VOSTRING(GetErrStrUC(code, nullptr)));
+    EXPECT_NE(text.find(name), std::string::npos) << text;
+    EXPECT_EQ(text.find("$1"), std::string::npos) << text;
+    EXPECT_EQ(text.find("%d"), std::string::npos) << text;
+  };
+
+  FILE_RAW raw;
+  expectNamed(raw.Open(At("missing.txt"), FILE_ACCESS_Read, FILE_SHARE_All), VOERROR_FileNotFound,
+              "missing.txt");
+
+  // A folder where a file stands: refused before the system is asked, and
+  // below it by the system.
+  Write("blocker", "x");
+  expectNamed(At("blocker").Make(true), VOERROR_CannotMakeDir, "blocker");
+  expectNamed(At("blocker/sub").MakePath(), VOERROR_NotADirectory, "blocker/sub");
+
+  // A settings file opened read-only refuses the write.
+  Write("ro.ini", "[g]\nk=1\n");
+  void* ini = nullptr;
+  const std::string iniPath = m_dir + "/ro.ini";
+  ASSERT_EQ(IniOpen(iniPath.c_str(), &ini, INIOPEN_FullPath | INIOPEN_ReadOnly), 0);
+  expectNamed(IniWriteString(ini, "g", "k", INITYPE_String, "2"), VOERROR_PermissionDenied,
+              "ro.ini");
+  IniClose(ini);
+
+  // A stream knows no path of its own: a read from one open for writing
+  // names the file all the same.
+  FILE* fp = nullptr;
+  unsigned short* wide = strtoucdup((m_dir + "/out.txt").c_str());
+  ASSERT_EQ(VioOpen(wide, "w", &fp), 0);
+  free(wide);
+  char line[8];
+  expectNamed(VioGetStr(line, sizeof line, fp), VOERROR_ReadFailedOther, "out.txt");
+  fclose(fp);
 }
