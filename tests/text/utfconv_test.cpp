@@ -4,6 +4,7 @@
 // converters must give what the stream converters give, reading their input
 // from heap blocks that end at the terminator, where the address sanitizer
 // reports any read past it.
+#include <cpuid.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -211,6 +212,20 @@ void CheckValidText() {
     ASSERT_EQ(HeapToUtf8(utf16), utf8);
     ASSERT_EQ(HeapToUtf16(utf8), utf16);
   }
+}
+
+// Whether the upper halves of vector registers 0-15 hold anything, as the
+// processor tracks it (XINUSE, bits of the AVX and AVX-512 upper halves):
+// SSE code that runs while they do is slowed down. False in *known where the
+// processor (or the emulator the test runs under) can't tell.
+bool UpperHalvesInUse(bool* known) {
+  unsigned a, b, c, d;
+  *known = __get_cpuid(1, &a, &b, &c, &d) && (c & (1u << 27)) != 0 &&  // OSXSAVE
+           __get_cpuid_count(0xD, 1, &a, &b, &c, &d) && (a & (1u << 2)) != 0;
+  if (!*known) return false;
+  uint32_t low, high;
+  __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(1));
+  return (low & ((1u << 2) | (1u << 6))) != 0;
 }
 
 // Each test runs on every kernel, skipping those the processor lacks; the
@@ -482,5 +497,56 @@ TEST_P(UtfConvTest, EachKindOfTextAcrossEveryBlockEdgeMatchesIcu) {
       ASSERT_EQ(HeapToUtf16(utf8), utf16) << ascii;
       ASSERT_EQ(HeapToUtf8(utf16), utf8) << ascii;
     }
+  }
+}
+
+// Every path out of the kernels leaves the upper register halves clean:
+// text of every kind, long enough for the wide blocks, refused by them
+// (malformed), or too short to reach them, through every converter.
+TEST_P(UtfConvTest, KernelsLeaveTheUpperRegisterHalvesClean) {
+  bool known;
+  UpperHalvesInUse(&known);
+  if (!known) GTEST_SKIP() << "the processor doesn't report which register state is in use";
+  std::mt19937 rng(17);
+  std::vector<Bytes> texts;
+  for (size_t length : {5, 40, 300, 5000}) {
+    for (const auto& [first, last] : {std::pair<char32_t, char32_t>{0x20, 0x80},
+                                      {0x80, 0x800},
+                                      {0x800, 0xD800},
+                                      {0x10000, 0x110000},
+                                      {0x20, 0x110000}}) {
+      Bytes utf8;
+      while (utf8.size() < length) {
+        const char32_t c = first + rng() % (last - first);
+        AppendUtf8(utf8, c >= 0xD800 && c < 0xE000 ? 'x' : c);
+      }
+      texts.push_back(utf8);
+      for (int k = 0; k < 8; ++k) utf8[rng() % utf8.size()] = 1 + rng() % 255;
+      texts.push_back(utf8);
+    }
+  }
+  for (const Bytes& text : texts) {
+    int rc;
+    const Units units = ModelDecode(text, &rc);
+    std::vector<unsigned short> out16(text.size() + 1);
+    std::vector<unsigned char> out8(3 * units.size() + 1);
+    const unsigned char* s8 = text.data();
+    unsigned short* d16 = out16.data();
+    ConvertUTF8toUTF16(&s8, text.data() + text.size(), &d16, out16.data() + out16.size());
+    ASSERT_FALSE(UpperHalvesInUse(&known)) << "decoding " << text.size() << " bytes";
+    const unsigned short* s16 = units.data();
+    unsigned char* d8 = out8.data();
+    ConvertUTF16toUTF8(&s16, units.data() + units.size(), &d8, out8.data() + out8.size());
+    ASSERT_FALSE(UpperHalvesInUse(&known)) << "encoding " << units.size() << " units";
+    // The heap converters size their results with kernels of their own.
+    const std::string whole(text.begin(), text.end());  // no zero byte in it
+    unsigned short* heap16 = nullptr;
+    MucConvertUTF8ToUnicode(whole.c_str(), &heap16);
+    ASSERT_FALSE(UpperHalvesInUse(&known)) << "decoding whole " << whole.size() << " bytes";
+    char* heap8 = nullptr;
+    MucConvertUnicodeToUTF8(heap16, &heap8);
+    ASSERT_FALSE(UpperHalvesInUse(&known)) << "encoding whole";
+    free(heap16);
+    free(heap8);
   }
 }
