@@ -15,14 +15,16 @@
 // SSE2 (every x86-64) ASCII, emoji and other surrogate pairs; where the
 // processor has SSSE3, whose byte shuffle packs results of varying length,
 // also mixed one- to three-byte text and CJK. The AVX2 and AVX-512 kernels
-// (files of their own) take blocks of 32 to 96 bytes while the zone has room
-// for them and leave the rest of it to the next narrower kernel, down to the
-// SSSE3 code; the AVX2 level also sizes and counts the heap converters'
-// results 32 bytes at a time. What no block takes
-// goes one character at a time, in loops made for runs of one length. Block stores may write a
-// little past the output, but only where the rest of the zone is sure to overwrite it, so the
-// target never holds anything past the returned position. Near the ends of the buffers everything
-// goes character by character with every check. Every path gives the same result as that last one.
+// (files of their own) take blocks of 15 to 64 bytes or units while the zone
+// has room for them and leave the rest of it to the next narrower kernel,
+// down to the SSSE3 code; the AVX2 level also sizes and counts the heap
+// converters' results 32 bytes at a time. What no block takes goes one
+// character at a time, in loops made for runs of one length. Block stores may
+// write a little past the output, but only where the rest of the zone is sure
+// to overwrite it, so the target never holds anything past the returned
+// position. Near the ends of the buffers everything goes character by
+// character with every check. Every path gives the same result as that last
+// one.
 //
 // The whole-string converters find the terminator and the exact size of the
 // result, allocate it once and run the same zone code over the whole text.
