@@ -4,7 +4,6 @@
 // converters must give what the stream converters give, reading their input
 // from heap blocks that end at the terminator, where the address sanitizer
 // reports any read past it.
-#include <cpuid.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -15,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "text/utfconv_priv.h"
 #include "vosystem/ucstring.h"
 
@@ -212,20 +212,6 @@ void CheckValidText() {
     ASSERT_EQ(HeapToUtf8(utf16), utf8);
     ASSERT_EQ(HeapToUtf16(utf8), utf16);
   }
-}
-
-// Whether the upper halves of vector registers 0-15 hold anything, as the
-// processor tracks it (XINUSE, bits of the AVX and AVX-512 upper halves):
-// SSE code that runs while they do is slowed down. False in *known where the
-// processor (or the emulator the test runs under) can't tell.
-bool UpperHalvesInUse(bool* known) {
-  unsigned a, b, c, d;
-  *known = __get_cpuid(1, &a, &b, &c, &d) && (c & (1u << 27)) != 0 &&  // OSXSAVE
-           __get_cpuid_count(0xD, 1, &a, &b, &c, &d) && (a & (1u << 2)) != 0;
-  if (!*known) return false;
-  uint32_t low, high;
-  __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(1));
-  return (low & ((1u << 2) | (1u << 6))) != 0;
 }
 
 // Each test runs on every kernel, skipping those the processor lacks; the
@@ -505,7 +491,7 @@ TEST_P(UtfConvTest, EachKindOfTextAcrossEveryBlockEdgeMatchesIcu) {
 // (malformed), or too short to reach them, through every converter.
 TEST_P(UtfConvTest, KernelsLeaveTheUpperRegisterHalvesClean) {
   bool known;
-  UpperHalvesInUse(&known);
+  UpperRegisterHalvesInUse(&known);
   if (!known) GTEST_SKIP() << "the processor doesn't report which register state is in use";
   std::mt19937 rng(17);
   std::vector<Bytes> texts;
@@ -533,19 +519,19 @@ TEST_P(UtfConvTest, KernelsLeaveTheUpperRegisterHalvesClean) {
     const unsigned char* s8 = text.data();
     unsigned short* d16 = out16.data();
     ConvertUTF8toUTF16(&s8, text.data() + text.size(), &d16, out16.data() + out16.size());
-    ASSERT_FALSE(UpperHalvesInUse(&known)) << "decoding " << text.size() << " bytes";
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding " << text.size() << " bytes";
     const unsigned short* s16 = units.data();
     unsigned char* d8 = out8.data();
     ConvertUTF16toUTF8(&s16, units.data() + units.size(), &d8, out8.data() + out8.size());
-    ASSERT_FALSE(UpperHalvesInUse(&known)) << "encoding " << units.size() << " units";
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding " << units.size() << " units";
     // The heap converters size their results with kernels of their own.
     const std::string whole(text.begin(), text.end());  // no zero byte in it
     unsigned short* heap16 = nullptr;
     MucConvertUTF8ToUnicode(whole.c_str(), &heap16);
-    ASSERT_FALSE(UpperHalvesInUse(&known)) << "decoding whole " << whole.size() << " bytes";
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding whole " << whole.size() << " bytes";
     char* heap8 = nullptr;
     MucConvertUnicodeToUTF8(heap16, &heap8);
-    ASSERT_FALSE(UpperHalvesInUse(&known)) << "encoding whole";
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding whole";
     free(heap16);
     free(heap8);
   }
