@@ -68,4 +68,11 @@ inline bool UpperRegisterHalvesInUse(bool* known) {
   return (low & ((1u << 2) | (1u << 6))) != 0;
 }
 
+// Clears the upper register halves, where the processor has them, so that a
+// check after a call sees only what the call left (the allocator and the
+// sanitizers' runtime may leave them in use).
+inline void ClearUpperRegisterHalves() {
+  if (__builtin_cpu_supports("avx")) __asm__ volatile("vzeroupper");
+}
+
 #endif

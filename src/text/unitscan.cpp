@@ -3,8 +3,8 @@
 // AVX-512. The narrower kernels end with a scalar tail, AVX-512 with a
 // masked load, which reads no unit past the end either: masked-off lanes are
 // not accessed. The wide functions are compiled for their instruction sets
-// through attributes, and the compiler clears the upper halves of the
-// registers at each of their returns.
+// through attributes, and clear the upper halves of the registers before
+// they return (the compiler does so too, but only when it optimizes).
 #include "text/unitscan_priv.h"
 
 #include <immintrin.h>
@@ -86,6 +86,9 @@ size_t CompareEndSse2(const uint16_t* a, const uint16_t* b, size_t n) {
 }
 
 // ---------------------------------------------------------------- AVX2
+//
+// Each ...Scan... function is the loop; the function of the kernel's name
+// after it runs the loop and clears the upper register halves.
 
 VOSYS_TARGET_AVX2 inline __m256i Load16(const uint16_t* p) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
@@ -96,7 +99,7 @@ VOSYS_TARGET_AVX2 inline uint32_t Mask(__m256i v) {
 
 // 32 units a turn while they last, then 16, then the SSE2 step and the
 // scalar tail.
-VOSYS_TARGET_AVX2 size_t FindAvx2(const uint16_t* s, size_t n, uint16_t c) {
+VOSYS_TARGET_AVX2 inline size_t FindScanAvx2(const uint16_t* s, size_t n, uint16_t c) {
   const __m256i needle = _mm256_set1_epi16(static_cast<short>(c));
   size_t i = 0;
   for (; i + 32 <= n; i += 32) {
@@ -122,8 +125,14 @@ VOSYS_TARGET_AVX2 size_t FindAvx2(const uint16_t* s, size_t n, uint16_t c) {
   return i;
 }
 
-VOSYS_TARGET_AVX2 size_t FindPairAvx2(const uint16_t* s, size_t n, uint16_t first, uint16_t last,
-                                      size_t gap) {
+VOSYS_TARGET_AVX2 size_t FindAvx2(const uint16_t* s, size_t n, uint16_t c) {
+  const size_t i = FindScanAvx2(s, n, c);
+  _mm256_zeroupper();
+  return i;
+}
+
+VOSYS_TARGET_AVX2 inline size_t FindPairScanAvx2(const uint16_t* s, size_t n, uint16_t first,
+                                                 uint16_t last, size_t gap) {
   const __m256i firsts = _mm256_set1_epi16(static_cast<short>(first));
   const __m256i lasts = _mm256_set1_epi16(static_cast<short>(last));
   size_t i = 0;
@@ -143,13 +152,20 @@ VOSYS_TARGET_AVX2 size_t FindPairAvx2(const uint16_t* s, size_t n, uint16_t firs
   return i;
 }
 
+VOSYS_TARGET_AVX2 size_t FindPairAvx2(const uint16_t* s, size_t n, uint16_t first, uint16_t last,
+                                      size_t gap) {
+  const size_t i = FindPairScanAvx2(s, n, first, last, gap);
+  _mm256_zeroupper();
+  return i;
+}
+
 // Lanes where a comparison goes on: equal units, not the end of a.
 VOSYS_TARGET_AVX2 inline uint32_t GoesOn(__m256i a, __m256i b) {
   return Mask(
       _mm256_andnot_si256(_mm256_cmpeq_epi16(a, _mm256_setzero_si256()), _mm256_cmpeq_epi16(a, b)));
 }
 
-VOSYS_TARGET_AVX2 size_t CompareEndAvx2(const uint16_t* a, const uint16_t* b, size_t n) {
+VOSYS_TARGET_AVX2 inline size_t CompareEndScanAvx2(const uint16_t* a, const uint16_t* b, size_t n) {
   size_t i = 0;
   for (; i + 32 <= n; i += 32) {
     const uint32_t low = GoesOn(Load16(a + i), Load16(b + i));
@@ -172,6 +188,12 @@ VOSYS_TARGET_AVX2 size_t CompareEndAvx2(const uint16_t* a, const uint16_t* b, si
   return i;
 }
 
+VOSYS_TARGET_AVX2 size_t CompareEndAvx2(const uint16_t* a, const uint16_t* b, size_t n) {
+  const size_t i = CompareEndScanAvx2(a, b, n);
+  _mm256_zeroupper();
+  return i;
+}
+
 // ---------------------------------------------------------------- AVX-512
 
 VOSYS_TARGET_AVX512 inline __m512i Load32(const uint16_t* p) {
@@ -184,7 +206,7 @@ VOSYS_TARGET_AVX512 inline __mmask32 Live(size_t left) {
   return static_cast<__mmask32>(_bzhi_u32(~0u, static_cast<uint32_t>(left)));
 }
 
-VOSYS_TARGET_AVX512 size_t FindAvx512(const uint16_t* s, size_t n, uint16_t c) {
+VOSYS_TARGET_AVX512 inline size_t FindScanAvx512(const uint16_t* s, size_t n, uint16_t c) {
   const __m512i needle = _mm512_set1_epi16(static_cast<short>(c));
   size_t i = 0;
   for (; i + 32 <= n; i += 32) {
@@ -200,8 +222,14 @@ VOSYS_TARGET_AVX512 size_t FindAvx512(const uint16_t* s, size_t n, uint16_t c) {
   return n;
 }
 
-VOSYS_TARGET_AVX512 size_t FindPairAvx512(const uint16_t* s, size_t n, uint16_t first,
-                                          uint16_t last, size_t gap) {
+VOSYS_TARGET_AVX512 size_t FindAvx512(const uint16_t* s, size_t n, uint16_t c) {
+  const size_t i = FindScanAvx512(s, n, c);
+  _mm256_zeroupper();
+  return i;
+}
+
+VOSYS_TARGET_AVX512 inline size_t FindPairScanAvx512(const uint16_t* s, size_t n, uint16_t first,
+                                                     uint16_t last, size_t gap) {
   const __m512i firsts = _mm512_set1_epi16(static_cast<short>(first));
   const __m512i lasts = _mm512_set1_epi16(static_cast<short>(last));
   size_t i = 0;
@@ -220,12 +248,20 @@ VOSYS_TARGET_AVX512 size_t FindPairAvx512(const uint16_t* s, size_t n, uint16_t 
   return n;
 }
 
+VOSYS_TARGET_AVX512 size_t FindPairAvx512(const uint16_t* s, size_t n, uint16_t first,
+                                          uint16_t last, size_t gap) {
+  const size_t i = FindPairScanAvx512(s, n, first, last, gap);
+  _mm256_zeroupper();
+  return i;
+}
+
 // Lanes of `live` where a comparison ends: units that differ, or the end of a.
 VOSYS_TARGET_AVX512 inline uint32_t Ends(__mmask32 live, __m512i a, __m512i b) {
   return _mm512_mask_cmpneq_epi16_mask(live, a, b) | _mm512_mask_testn_epi16_mask(live, a, a);
 }
 
-VOSYS_TARGET_AVX512 size_t CompareEndAvx512(const uint16_t* a, const uint16_t* b, size_t n) {
+VOSYS_TARGET_AVX512 inline size_t CompareEndScanAvx512(const uint16_t* a, const uint16_t* b,
+                                                       size_t n) {
   size_t i = 0;
   for (; i + 32 <= n; i += 32) {
     const uint32_t ends = Ends(~__mmask32{0}, Load32(a + i), Load32(b + i));
@@ -238,6 +274,12 @@ VOSYS_TARGET_AVX512 size_t CompareEndAvx512(const uint16_t* a, const uint16_t* b
     if (ends != 0) return i + __builtin_ctz(ends);
   }
   return n;
+}
+
+VOSYS_TARGET_AVX512 size_t CompareEndAvx512(const uint16_t* a, const uint16_t* b, size_t n) {
+  const size_t i = CompareEndScanAvx512(a, b, n);
+  _mm256_zeroupper();
+  return i;
 }
 
 }  // namespace

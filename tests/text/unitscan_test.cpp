@@ -125,6 +125,7 @@ TEST_P(UnitScanTest, ScansLeaveTheUpperRegisterHalvesClean) {
   for (size_t n : {0, 5, 20, 40, 100, 1000}) {
     const std::vector<uint16_t> text(n, 'a');
     const Block a(text, 0), b(text, 1);
+    ClearUpperRegisterHalves();
     unitscan::Find(a.units(), n, 'a');
     ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << n;
     unitscan::Find(a.units(), n, 'b');

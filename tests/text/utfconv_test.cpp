@@ -518,18 +518,22 @@ TEST_P(UtfConvTest, KernelsLeaveTheUpperRegisterHalvesClean) {
     std::vector<unsigned char> out8(3 * units.size() + 1);
     const unsigned char* s8 = text.data();
     unsigned short* d16 = out16.data();
+    ClearUpperRegisterHalves();
     ConvertUTF8toUTF16(&s8, text.data() + text.size(), &d16, out16.data() + out16.size());
     ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding " << text.size() << " bytes";
     const unsigned short* s16 = units.data();
     unsigned char* d8 = out8.data();
+    ClearUpperRegisterHalves();
     ConvertUTF16toUTF8(&s16, units.data() + units.size(), &d8, out8.data() + out8.size());
     ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding " << units.size() << " units";
     // The heap converters size their results with kernels of their own.
     const std::string whole(text.begin(), text.end());  // no zero byte in it
     unsigned short* heap16 = nullptr;
+    ClearUpperRegisterHalves();
     MucConvertUTF8ToUnicode(whole.c_str(), &heap16);
     ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding whole " << whole.size() << " bytes";
     char* heap8 = nullptr;
+    ClearUpperRegisterHalves();
     MucConvertUnicodeToUTF8(heap16, &heap8);
     ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding whole";
     free(heap16);
