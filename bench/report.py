@@ -81,11 +81,11 @@ def mbps(value):
 
 
 def utf_kernel_report(results):
-    # Every kernel the processor has, and SSSE3 after one call of the widest
-    # (which must leave the registers clean), as ratios to SSSE3.
+    # Every kernel the processor has, and SSSE3 after one call of each wide
+    # kernel (which must leave the registers clean), as ratios to SSSE3.
     for direction, ours in UTF_OURS.items():
         for function in ours:
-            kernels = [k for k in KERNELS + ["ssse3_after_wide"]
+            kernels = [k for k in KERNELS + ["ssse3_after_avx2", "ssse3_after_avx512"]
                        if any(name.startswith("%s/%s:%s/" % (direction, function, k))
                               for name in results)]
             if not kernels:

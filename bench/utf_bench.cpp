@@ -4,9 +4,10 @@
 // Names read "<direction>/<implementation>/<corpus>/<size>". Our functions
 // run on each kernel the processor has, side by side: the implementation
 // reads "<function>:<kernel>" (the converters are compiled in, which lets
-// the benchmark switch kernels). "<function>:ssse3_after_wide" is the SSSE3
-// kernel after one call of the widest, which must not slow it down: a wide
-// kernel that left the upper halves of the registers dirty would. Every benchmark
+// the benchmark switch kernels). "<function>:ssse3_after_<kernel>" is the
+// SSSE3 kernel after one call of a wide kernel (avx2, avx512), which must not
+// slow it down: a wide kernel that left the upper halves of the registers
+// dirty would. Every benchmark
 // of a corpus and size counts the text's UTF-8 size as its bytes processed,
 // whichever the direction, so that throughputs compare as times. memcpy
 // copies the same source buffer as the converters of its direction.
@@ -383,17 +384,19 @@ void RegisterAll() {
         const auto kernel = static_cast<utfconv::Kernel>(k);
         Register(prefix + ":" + utfconv::KernelName(kernel) + suffix, e.fn, &c, kernel);
       }
-      if (best > utfconv::Kernel::kSsse3 &&
-          (e.fn == Utf8ToUtf16Stream || e.fn == Utf16ToUtf8Stream)) {
+      if (e.fn != Utf8ToUtf16Stream && e.fn != Utf16ToUtf8Stream) continue;
+      for (int k = static_cast<int>(utfconv::Kernel::kAvx2); k <= static_cast<int>(best); ++k) {
+        const auto wide = static_cast<utfconv::Kernel>(k);
         const Entry* entry = &e;
         const Corpus* corpus = &c;
-        benchmark::RegisterBenchmark((prefix + ":ssse3_after_wide" + suffix).c_str(),
-                                     [=](benchmark::State& state) {
-                                       utfconv::ForceKernel(best);
-                                       ConvertOnce(*entry, *corpus);
-                                       utfconv::ForceKernel(utfconv::Kernel::kSsse3);
-                                       entry->fn(state, corpus);
-                                     })
+        benchmark::RegisterBenchmark(
+            (prefix + ":ssse3_after_" + utfconv::KernelName(wide) + suffix).c_str(),
+            [=](benchmark::State& state) {
+              utfconv::ForceKernel(wide);
+              ConvertOnce(*entry, *corpus);
+              utfconv::ForceKernel(utfconv::Kernel::kSsse3);
+              entry->fn(state, corpus);
+            })
             ->Unit(benchmark::kMicrosecond);
       }
     }

@@ -2,6 +2,9 @@
 #ifndef VOSYS_TESTS_TEST_UTIL_H
 #define VOSYS_TESTS_TEST_UTIL_H
 
+#include <cpuid.h>
+
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <ostream>
@@ -49,6 +52,27 @@ inline std::string MakeCommaLocale() {
                           "/comma >/dev/null 2>&1";
   if (system(cmd.c_str()) == -1 || !std::ifstream(folder + "/comma/LC_NUMERIC")) return "";
   return folder;
+}
+
+// Whether the upper halves of vector registers 0-15 hold anything, as the
+// processor tracks it (XINUSE, the bits of the AVX and AVX-512 upper
+// halves): SSE code that runs while they do is slowed down. *known is false
+// where the processor, or the emulator the test runs under, can't tell.
+inline bool UpperRegisterHalvesInUse(bool* known) {
+  unsigned a, b, c, d;
+  *known = __get_cpuid(1, &a, &b, &c, &d) && (c & (1u << 27)) != 0 &&  // OSXSAVE
+           __get_cpuid_count(0xD, 1, &a, &b, &c, &d) && (a & (1u << 2)) != 0;
+  if (!*known) return false;
+  uint32_t low, high;
+  __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(1));
+  return (low & ((1u << 2) | (1u << 6))) != 0;
+}
+
+// Clears the upper register halves, where the processor has them, so that a
+// check after a call sees only what the call left (the allocator and the
+// sanitizers' runtime may leave them in use).
+inline void ClearUpperRegisterHalves() {
+  if (__builtin_cpu_supports("avx")) __asm__ volatile("vzeroupper");
 }
 
 #endif

@@ -14,14 +14,17 @@
 // (utfconv_priv.h). Here are the narrow ones, blocks of 8 to 16 units: with
 // SSE2 (every x86-64) ASCII, emoji and other surrogate pairs; where the
 // processor has SSSE3, whose byte shuffle packs results of varying length,
-// also mixed one- to three-byte text and CJK. The AVX-512 kernel (a file of
-// its own) takes blocks of 32 to 64 bytes while the zone has room for them
-// and leaves the rest of it to the SSSE3 code; at the AVX2 level only the
-// heap converters' sizing and counting are wide so far. What no block takes
-// goes one character at a time, in loops made for runs of one length. Block stores may write a
-// little past the output, but only where the rest of the zone is sure to overwrite it, so the
-// target never holds anything past the returned position. Near the ends of the buffers everything
-// goes character by character with every check. Every path gives the same result as that last one.
+// also mixed one- to three-byte text and CJK. The AVX2 and AVX-512 kernels
+// (files of their own) take blocks of 15 to 64 bytes or units while the zone
+// has room for them and leave the rest of it to the next narrower kernel,
+// down to the SSSE3 code; the AVX2 level also sizes and counts the heap
+// converters' results 32 bytes at a time. What no block takes goes one
+// character at a time, in loops made for runs of one length. Block stores may
+// write a little past the output, but only where the rest of the zone is sure
+// to overwrite it, so the target never holds anything past the returned
+// position. Near the ends of the buffers everything goes character by
+// character with every check. Every path gives the same result as that last
+// one.
 //
 // The whole-string converters find the terminator and the exact size of the
 // result, allocate it once and run the same zone code over the whole text.
@@ -152,21 +155,6 @@ inline bool IsAllZero(__m128i v) {
 
 // ===================================================================== shuffle tables
 
-// pshufb controls that pack the useful bytes of a block to its front.
-struct PackTables {
-  // Keeps the 16-bit lanes whose bit in the index is set, in order.
-  alignas(16) uint8_t units[256][16];
-  uint8_t unitCount[256];
-  // Keeps the first n bytes of each 32-bit lane, where the index holds n - 1
-  // in two bits per lane.
-  alignas(16) uint8_t utf8[256][16];
-  uint8_t utf8Count[256];
-  // Keeps the first byte of each 16-bit lane, and the second where the
-  // lane's bit in the index is set.
-  alignas(16) uint8_t twoByte[256][16];
-  uint8_t twoByteCount[256];
-};
-
 constexpr PackTables MakePackTables() {
   PackTables t{};
   for (int index = 0; index < 256; ++index) {
@@ -198,7 +186,11 @@ constexpr PackTables MakePackTables() {
   return t;
 }
 
+}  // namespace
+
 constexpr PackTables kPack = MakePackTables();
+
+namespace {
 
 inline __m128i LoadControl(const uint8_t (&control)[16]) {
   return _mm_load_si128(reinterpret_cast<const __m128i*>(control));
@@ -474,9 +466,13 @@ void DecodeZone(Kernel kernel, const uint8_t*& s, uint16_t*& d, const uint8_t* z
   switch (kernel) {
     case Kernel::kAvx512:
       DecodeZoneAvx512(s, d, zoneEnd);
+      DecodeZoneAvx2(s, d, zoneEnd);
       DecodeZoneSsse3(s, d, zoneEnd);
       break;
-    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
+    case Kernel::kAvx2:
+      DecodeZoneAvx2(s, d, zoneEnd);
+      DecodeZoneSsse3(s, d, zoneEnd);
+      break;
     case Kernel::kSsse3:
       DecodeZoneSsse3(s, d, zoneEnd);
       break;
@@ -862,9 +858,13 @@ void EncodeZone(Kernel kernel, const uint16_t*& s, uint8_t*& d, const uint16_t* 
   switch (kernel) {
     case Kernel::kAvx512:
       EncodeZoneAvx512(s, d, zoneEnd);
+      EncodeZoneAvx2(s, d, zoneEnd);
       EncodeZoneSsse3(s, d, zoneEnd);
       break;
-    case Kernel::kAvx2:  // wide sizing and counting only: its zones are the SSSE3 ones
+    case Kernel::kAvx2:
+      EncodeZoneAvx2(s, d, zoneEnd);
+      EncodeZoneSsse3(s, d, zoneEnd);
+      break;
     case Kernel::kSsse3:
       EncodeZoneSsse3(s, d, zoneEnd);
       break;

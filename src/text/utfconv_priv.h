@@ -159,6 +159,25 @@ inline void EncodeOne(const uint16_t*& s, uint8_t*& d) {
   }
 }
 
+// ---------------------------------------------------------------- shuffle tables
+
+// pshufb controls that pack the useful bytes of a block to its front.
+struct PackTables {
+  // Keeps the 16-bit lanes whose bit in the index is set, in order.
+  alignas(16) uint8_t units[256][16];
+  uint8_t unitCount[256];
+  // Keeps the first n bytes of each 32-bit lane, where the index holds n - 1
+  // in two bits per lane.
+  alignas(16) uint8_t utf8[256][16];
+  uint8_t utf8Count[256];
+  // Keeps the first byte of each 16-bit lane, and the second where the
+  // lane's bit in the index is set.
+  alignas(16) uint8_t twoByte[256][16];
+  uint8_t twoByteCount[256];
+};
+
+extern const PackTables kPack;
+
 // ---------------------------------------------------------------- wide kernels
 
 // Each takes blocks of text from s while more than its margin of source is
@@ -168,6 +187,8 @@ inline void EncodeOne(const uint16_t*& s, uint8_t*& d) {
 // will overwrite. They leave the upper halves of the vector registers clear.
 void DecodeZoneAvx512(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd);
 void EncodeZoneAvx512(const uint16_t*& s, uint8_t*& d, const uint16_t* zoneEnd);
+void DecodeZoneAvx2(const uint8_t*& s, uint16_t*& d, const uint8_t* zoneEnd);
+void EncodeZoneAvx2(const uint16_t*& s, uint8_t*& d, const uint16_t* zoneEnd);
 
 }  // namespace utfconv
 

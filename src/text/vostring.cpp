@@ -4,8 +4,6 @@ static const char s_ident[] = "@(#) vostring.cpp 1.0";
 
 #include "vosystem/vostring.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +13,7 @@ static const char s_ident[] = "@(#) vostring.cpp 1.0";
 #include "foundation/clocale.h"
 #include "foundation/errpos.h"
 #include "text/ucstring_priv.h"
+#include "text/unitscan_priv.h"
 #include "text/vostring_priv.h"
 #include "vosystem/memfunc.h"
 #include "vosystem/textres.h"
@@ -101,19 +100,14 @@ int ClipLast(int last, int length) {
   return last >= length ? length - 1 : last;
 }
 
-// Index of the first unit equal to c in s[from, to), or -1. Eight units at a
-// time: searching is on the hot path of parsers built on the string class.
+// Index of the first unit equal to c in s[from, to), or -1. By vectors
+// (unitscan_priv.h): searching is on the hot path of parsers built on the
+// string class.
 int FindUnit(const unsigned short* s, int from, int to, unsigned short c) {
-  int i = from;
-  const __m128i needle = _mm_set1_epi16(static_cast<short>(c));
-  for (; i + 8 <= to; i += 8) {
-    __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-    int mask = _mm_movemask_epi8(_mm_cmpeq_epi16(block, needle));
-    if (mask) return i + __builtin_ctz(static_cast<unsigned>(mask)) / 2;
-  }
-  for (; i < to; ++i)
-    if (s[i] == c) return i;
-  return -1;
+  if (from >= to) return -1;
+  const size_t n = static_cast<size_t>(to - from);
+  const size_t i = unitscan::Find(s + from, n, c);
+  return i == n ? -1 : from + static_cast<int>(i);
 }
 
 // Appending into spare room of a private body is the common case of building
@@ -128,17 +122,16 @@ bool TryAppendInPlace(PRIV* p, const unsigned short* s, int n) {
   return true;
 }
 
-// Index of the first unit where a and b differ within [0, n), or n.
-int FindMismatch(const unsigned short* a, const unsigned short* b, int n) {
-  int i = 0;
-  for (; i + 8 <= n; i += 8) {
-    __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
-    __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
-    int equal = _mm_movemask_epi8(_mm_cmpeq_epi16(va, vb));
-    if (equal != 0xFFFF) return i + __builtin_ctz(~static_cast<unsigned>(equal)) / 2;
-  }
-  while (i < n && a[i] == b[i]) ++i;
-  return i;
+// The result of ucstrncmp(a, b, n) for texts of known lengths, found by
+// vectors (unitscan_priv.h): no unit past the shorter text's terminator is
+// read, nor needed, since by then the comparison has ended.
+int CompareKnown(const unsigned short* a, int aLength, const unsigned short* b, int bLength,
+                 int n) {
+  if (n <= 0) return 0;
+  const size_t shorter = static_cast<size_t>(std::min(aLength, bLength)) + 1;
+  const size_t m = std::min(static_cast<size_t>(n), shorter);
+  const size_t i = unitscan::CompareEnd(a, b, m);
+  return i == m ? 0 : a[i] - b[i];
 }
 
 // Puts the bytes of s, widened, in place of the body's text from `at` on
@@ -424,21 +417,19 @@ VOSTRING VOSTRING::GetSubString(int first, int last) const {
 // ---------------------------------------------------------------- comparing
 
 int VOSTRING::Compare(const VOSTRING& other) const {
-  // The result of ucstrcmp, found with the lengths known: the terminator of
-  // the shorter text is the first unit that differs when all before agree.
-  const int n = std::min(m_priv->length, other.m_priv->length) + 1;
-  const int i = FindMismatch(m_priv->text, other.m_priv->text, n);
-  return i == n ? 0 : m_priv->text[i] - other.m_priv->text[i];
+  return CompareKnown(m_priv->text, m_priv->length, other.m_priv->text, other.m_priv->length,
+                      INT32_MAX);
 }
 
 int VOSTRING::Compare(const VOSTRING& other, int n) const {
-  return ucstrncmp(m_priv->text, other.m_priv->text, n);
+  return CompareKnown(m_priv->text, m_priv->length, other.m_priv->text, other.m_priv->length, n);
 }
 
 int VOSTRING::Compare(int pos, const VOSTRING& other, int otherpos, int n) const {
   if (pos < 0 || pos > m_priv->length) return -1;
   if (otherpos < 0 || otherpos > other.m_priv->length) return 1;
-  return ucstrncmp(m_priv->text + pos, other.m_priv->text + otherpos, n);
+  return CompareKnown(m_priv->text + pos, m_priv->length - pos, other.m_priv->text + otherpos,
+                      other.m_priv->length - otherpos, n);
 }
 
 int VOSTRING::CompareNoCase(const VOSTRING& other) const {
@@ -467,13 +458,18 @@ int VOSTRING::FindNextOf(const VOSTRING& str, int start) const {
   const unsigned short* pat = str.m_priv->text;
   const int patLength = str.m_priv->length;
   if (patLength == 0) return start;
+  if (patLength == 1) return FindUnit(m_priv->text, start, m_priv->length, pat[0]);
+  // Places where the pattern's first and last units both match, found by
+  // vectors; the units between are compared there.
   const unsigned short* s = m_priv->text;
   const int lastStart = m_priv->length - patLength;
-  for (int i = start; i <= lastStart;) {
-    i = FindUnit(s, i, lastStart + 1, pat[0]);
-    if (i < 0) return -1;
-    if (memcmp(s + i, pat, static_cast<size_t>(patLength) * sizeof(unsigned short)) == 0) return i;
-    ++i;
+  const size_t gap = static_cast<size_t>(patLength) - 1;
+  for (int i = start; i <= lastStart; ++i) {
+    const size_t n = static_cast<size_t>(lastStart + 1 - i);
+    const size_t k = unitscan::FindPair(s + i, n, pat[0], pat[gap], gap);
+    if (k == n) return -1;
+    i += static_cast<int>(k);
+    if (memcmp(s + i + 1, pat + 1, (gap - 1) * sizeof(unsigned short)) == 0) return i;
   }
   return -1;
 }

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "text/utfconv_priv.h"
 #include "vosystem/ucstring.h"
 
@@ -482,5 +483,60 @@ TEST_P(UtfConvTest, EachKindOfTextAcrossEveryBlockEdgeMatchesIcu) {
       ASSERT_EQ(HeapToUtf16(utf8), utf16) << ascii;
       ASSERT_EQ(HeapToUtf8(utf16), utf8) << ascii;
     }
+  }
+}
+
+// Every path out of the kernels leaves the upper register halves clean:
+// text of every kind, long enough for the wide blocks, refused by them
+// (malformed), or too short to reach them, through every converter.
+TEST_P(UtfConvTest, KernelsLeaveTheUpperRegisterHalvesClean) {
+  bool known;
+  UpperRegisterHalvesInUse(&known);
+  if (!known) GTEST_SKIP() << "the processor doesn't report which register state is in use";
+  std::mt19937 rng(17);
+  std::vector<Bytes> texts;
+  for (size_t length : {5, 40, 300, 5000}) {
+    for (const auto& [first, last] : {std::pair<char32_t, char32_t>{0x20, 0x80},
+                                      {0x80, 0x800},
+                                      {0x800, 0xD800},
+                                      {0x10000, 0x110000},
+                                      {0x20, 0x110000}}) {
+      Bytes utf8;
+      while (utf8.size() < length) {
+        const char32_t c = first + rng() % (last - first);
+        AppendUtf8(utf8, c >= 0xD800 && c < 0xE000 ? 'x' : c);
+      }
+      texts.push_back(utf8);
+      for (int k = 0; k < 8; ++k) utf8[rng() % utf8.size()] = 1 + rng() % 255;
+      texts.push_back(utf8);
+    }
+  }
+  for (const Bytes& text : texts) {
+    int rc;
+    const Units units = ModelDecode(text, &rc);
+    std::vector<unsigned short> out16(text.size() + 1);
+    std::vector<unsigned char> out8(3 * units.size() + 1);
+    const unsigned char* s8 = text.data();
+    unsigned short* d16 = out16.data();
+    ClearUpperRegisterHalves();
+    ConvertUTF8toUTF16(&s8, text.data() + text.size(), &d16, out16.data() + out16.size());
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding " << text.size() << " bytes";
+    const unsigned short* s16 = units.data();
+    unsigned char* d8 = out8.data();
+    ClearUpperRegisterHalves();
+    ConvertUTF16toUTF8(&s16, units.data() + units.size(), &d8, out8.data() + out8.size());
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding " << units.size() << " units";
+    // The heap converters size their results with kernels of their own.
+    const std::string whole(text.begin(), text.end());  // no zero byte in it
+    unsigned short* heap16 = nullptr;
+    ClearUpperRegisterHalves();
+    MucConvertUTF8ToUnicode(whole.c_str(), &heap16);
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "decoding whole " << whole.size() << " bytes";
+    char* heap8 = nullptr;
+    ClearUpperRegisterHalves();
+    MucConvertUnicodeToUTF8(heap16, &heap8);
+    ASSERT_FALSE(UpperRegisterHalvesInUse(&known)) << "encoding whole";
+    free(heap16);
+    free(heap8);
   }
 }

@@ -107,15 +107,50 @@ TEST(VostringCompare, ResultsAndPositions) {
     VOSTRING va(a.c_str()), vb(b.c_str());
     ASSERT_EQ(va.Compare(vb), ucstrcmp(va, vb));
   }
+  // The counted and positioned forms give what ucstrncmp gives, over texts
+  // long enough for every vector width, also where a unit 0 was written into
+  // a text: the comparison ends there, as it would at a terminator.
+  for (int round = 0; round < 3000; ++round) {
+    std::u16string a, b;
+    grow(a, rng() % 150);
+    b = a;
+    grow(a, rng() % 3);
+    grow(b, rng() % 3);
+    VOSTRING va(a.c_str()), vb(b.c_str());
+    if (round % 5 == 0 && !a.empty()) {
+      va.GetExclusive();
+      const size_t at = rng() % a.size();
+      const_cast<unsigned short*>(static_cast<const unsigned short*>(va))[at] = 0;
+      if (round % 10 == 0 && at < b.size()) {
+        vb.GetExclusive();
+        const_cast<unsigned short*>(static_cast<const unsigned short*>(vb))[at] = 0;
+      }
+    }
+    const int n = static_cast<int>(rng() % 160);
+    ASSERT_EQ(va.Compare(vb, n), ucstrncmp(va, vb, n));
+    const int pos = static_cast<int>(rng() % (a.size() + 1));
+    const int otherpos = std::min(pos + static_cast<int>(rng() % 3), static_cast<int>(b.size()));
+    ASSERT_EQ(va.Compare(pos, vb, otherpos, n),
+              ucstrncmp(static_cast<const unsigned short*>(va) + pos,
+                        static_cast<const unsigned short*>(vb) + otherpos, n));
+  }
 }
 
 TEST(VostringSearch, AgreesWithStdU16String) {
   std::mt19937 rng(7);
   auto unit = [&rng](int kinds) { return static_cast<char16_t>(u'a' + rng() % kinds); };
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 300; ++round) {
+    // Short texts and patterns of few kinds of unit, then long ones made of
+    // repeats, so that the pattern's first and last units come often.
     std::u16string ref, pat;
-    for (int i = rng() % 70; i > 0; --i) ref += unit(4);
-    for (int i = 1 + rng() % 3; i > 0; --i) pat += unit(4);
+    if (round < 200) {
+      for (int i = rng() % 70; i > 0; --i) ref += unit(4);
+      for (int i = 1 + rng() % 3; i > 0; --i) pat += unit(4);
+    } else {
+      for (int i = 1 + rng() % 40; i > 0; --i) pat += unit(3);
+      for (int i = rng() % 8; i > 0; --i) ref += pat.substr(0, 1 + rng() % pat.size()) + unit(3);
+      if (rng() % 2) ref += pat;
+    }
     const unsigned short c = unit(5);
     VOSTRING s(ref.c_str());
     for (int start = 0; start < static_cast<int>(ref.size()); ++start) {
