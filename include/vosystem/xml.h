@@ -181,6 +181,7 @@ class VOSYS_API XMLDOC {
  private:
   friend class XMLNODE;
   int Adopt(_xmlDoc* doc, const VOSTRING& where);
+  int ReadFile(const FILEPATH& path, bool html);
   _xmlDoc* m_doc;
   VOSTRING m_errorMessage;
 };

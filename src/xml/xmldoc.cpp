@@ -236,7 +236,9 @@ int XMLDOC::Adopt(_xmlDoc* doc, const VOSTRING& where) {
   return VOERROR_XmlUnreadable;
 }
 
-int XMLDOC::Read(const FILEPATH& path) {
+// Reads a whole file and parses it as XML or HTML; the document stays as
+// it was if the file can't be read.
+int XMLDOC::ReadFile(const FILEPATH& path, bool html) {
   char* bytes;
   size_t size;
   const int rc = ReadWholeFile(path, &bytes, &size);
@@ -247,27 +249,18 @@ int XMLDOC::Read(const FILEPATH& path) {
   xmlDoc* doc;
   {
     ERRORTRAP trap(&m_errorMessage);
-    doc = ParseXml(bytes, size, m_errorMessage);
+    doc = html ? ParseHtml(bytes, m_errorMessage) : ParseXml(bytes, size, m_errorMessage);
   }
   free(bytes);
   return Adopt(doc, path.GetDisplay());
 }
 
+int XMLDOC::Read(const FILEPATH& path) {
+  return ReadFile(path, false);
+}
+
 int XMLDOC::ReadHTML(const FILEPATH& path) {
-  char* bytes;
-  size_t size;
-  const int rc = ReadWholeFile(path, &bytes, &size);
-  if (rc < 0) return PASSERR(rc);
-  if (m_doc) xmlFreeDoc(m_doc);
-  m_doc = nullptr;
-  SetUpParser();
-  xmlDoc* doc;
-  {
-    ERRORTRAP trap(&m_errorMessage);
-    doc = ParseHtml(bytes, m_errorMessage);
-  }
-  free(bytes);
-  return Adopt(doc, path.GetDisplay());
+  return ReadFile(path, true);
 }
 
 int XMLDOC::ReadHTML(const unsigned short* path) {
