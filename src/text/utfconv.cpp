@@ -84,14 +84,17 @@ Kernel ChooseKernel() {
   return static_cast<Kernel>(widest);
 }
 
-// Chosen on first use (a static, so once whatever the threads); tests may
-// change it.
-std::atomic<int>& KernelSlot() {
-  static std::atomic<int> slot{static_cast<int>(ChooseKernel())};
-  return slot;
-}
-
 }  // namespace
+
+// Chosen on first use; threads that come first together choose the same.
+// Tests may change it.
+std::atomic<int> g_utfconvKernel{-1};
+
+Kernel ChooseActiveKernel() {
+  const Kernel kernel = ChooseKernel();
+  g_utfconvKernel.store(static_cast<int>(kernel), std::memory_order_relaxed);
+  return kernel;
+}
 
 const char* KernelName(Kernel kernel) {
   static const char* const kNames[kKernelCount] = {"scalar", "sse2", "ssse3", "avx2", "avx512"};
@@ -104,13 +107,9 @@ Kernel BestKernel() {
   return static_cast<Kernel>(widest);
 }
 
-Kernel ActiveKernel() {
-  return static_cast<Kernel>(KernelSlot().load(std::memory_order_relaxed));
-}
-
 bool ForceKernel(Kernel kernel) {
   if (!Supports(kernel)) return false;
-  KernelSlot().store(static_cast<int>(kernel), std::memory_order_relaxed);
+  g_utfconvKernel.store(static_cast<int>(kernel), std::memory_order_relaxed);
   return true;
 }
 

@@ -15,6 +15,7 @@
 #ifndef VOSYS_SRC_TEXT_UTFCONV_PRIV_H
 #define VOSYS_SRC_TEXT_UTFCONV_PRIV_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -26,8 +27,15 @@ constexpr int kKernelCount = 5;
 const char* KernelName(Kernel kernel);
 // The widest kernel that the processor supports.
 Kernel BestKernel();
-// The kernel in use.
-Kernel ActiveKernel();
+// The kernel in use, -1 until the first use chooses it.
+extern std::atomic<int> g_utfconvKernel;
+Kernel ChooseActiveKernel();
+// The kernel in use: a load, cheap enough for scans of a few units to ask
+// on every call.
+inline Kernel ActiveKernel() {
+  const int kernel = g_utfconvKernel.load(std::memory_order_relaxed);
+  return kernel >= 0 ? static_cast<Kernel>(kernel) : ChooseActiveKernel();
+}
 // For tests, fuzz targets and benchmarks that compile the converters into
 // themselves: switches kernels; false, changing nothing, where the processor
 // lacks it. Not for use while other threads convert.
