@@ -15,8 +15,8 @@ echo
 echo "== vosys format '%5.2f and \$1' 3.14159 x"
 build/bin/vosys format '%5.2f and $1' 3.14159 x
 echo
-echo "== vosys error -1015"
-build/bin/vosys error -1015
+echo "== vosys error -1015 4096"
+build/bin/vosys error -1015 4096
 echo
 echo "== vosys error and text: a message with its values, in English and in French (English where"
 echo "   French has no text), and texts by number and by name"
